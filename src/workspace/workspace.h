@@ -91,10 +91,16 @@ struct ProgramRow {
   int Icon = kIconMI;
 };
 
-// One slot of the program table.
+// One slot of the program table. The program's content is its rows (Rows[0] is the "Start"
+// row); the program editor window renders the slot and reports edits back into it.
 struct ProgramSlot {
-  std::string Name;     // "" free, "New" unnamed, else the path relative to the app directory
-  bool Changed = false; // edited since the last save
+  std::string Name;      // "" free, "New" unnamed, else the path relative to the app directory
+  bool Changed = false;  // edited since the last save
+  std::vector<ProgramRow> Rows;
+  std::string Caption;   // the editor's caption: file name without directory and extension
+  std::string Status;    // the first column header: "New program", "Program ready", ...
+  int CurrentRow = -1;   // 0-based row marked as current while halted, -1 for none
+  bool Visible = false;  // the editor window is shown
 };
 
 class Workspace {
