@@ -1,0 +1,33 @@
+// orvex-cli: the headless command line. Normalises MI and program files and runs programs
+// through the engine exactly as the workbench does.
+#include <cstdio>
+#include <string>
+
+#include "cli/commands.h"
+
+namespace {
+
+const char* kUsage =
+    "usage: orvex-cli mi normalize FILE [--qubits N]\n"
+    "       orvex-cli program normalize FILE\n"
+    "       orvex-cli run PROGRAM --set NAME [--home DIR] [--step program|main|all]\n"
+    "                 [--output-files] [--format table|csv|json]\n";
+
+} // namespace
+
+int main(int argc, char** argv) {
+  orvex::cli::Args args(argv + 1, argv + argc);
+  if (args.empty() || args[0] == "--help" || args[0] == "-h") {
+    std::fputs(kUsage, args.empty() ? stderr : stdout);
+    return args.empty() ? 2 : 0;
+  }
+  const std::string& command = args[0];
+  if (command == "run") return orvex::cli::Run({args.begin() + 1, args.end()});
+  if (args.size() >= 2 && args[1] == "normalize") {
+    orvex::cli::Args rest(args.begin() + 2, args.end());
+    if (command == "mi") return orvex::cli::MiNormalize(rest);
+    if (command == "program") return orvex::cli::ProgramNormalize(rest);
+  }
+  std::fprintf(stderr, "orvex-cli: unknown command '%s'\n%s", command.c_str(), kUsage);
+  return 2;
+}
