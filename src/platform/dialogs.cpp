@@ -6,7 +6,7 @@ namespace {
 // Without a window system: take the first button, cancel file dialogs.
 class HeadlessHandler : public DialogHandler {
 public:
-  Answer message(const std::string&, Icon, Buttons buttons) override {
+  Answer message(const std::string&, Icon, Buttons buttons, const std::string&) override {
     switch (buttons) {
     case Buttons::YesNo:
     case Buttons::YesNoCancel: return Answer::Yes;
@@ -24,8 +24,8 @@ DialogHandler* current = &headless;
 void SetDialogHandler(DialogHandler* handler) { current = handler ? handler : &headless; }
 DialogHandler* CurrentDialogHandler() { return current; }
 
-Answer MsgBox(const std::string& text, Icon icon, Buttons buttons) {
-  return current->message(text, icon, buttons);
+Answer MsgBox(const std::string& text, Icon icon, Buttons buttons, const std::string& detail) {
+  return current->message(text, icon, buttons, detail);
 }
 
 std::optional<std::string> ChooseFile(const FileRequest& request) {

@@ -28,7 +28,9 @@ class DialogHandler {
 public:
   virtual ~DialogHandler() = default;
   // `text` keeps CR (character 13) between lines; only the display turns it into breaks.
-  virtual Answer message(const std::string& text, Icon icon, Buttons buttons) = 0;
+  // `detail` is optional further text the user can unfold (the engine log's reason).
+  virtual Answer message(const std::string& text, Icon icon, Buttons buttons,
+                         const std::string& detail) = 0;
   // The chosen full path; nullopt when cancelled.
   virtual std::optional<std::string> chooseFile(const FileRequest& request) = 0;
   virtual void beep() {}
@@ -40,7 +42,8 @@ void SetDialogHandler(DialogHandler* handler);
 DialogHandler* CurrentDialogHandler();
 
 // The single entry points.
-Answer MsgBox(const std::string& text, Icon icon = Icon::None, Buttons buttons = Buttons::OK);
+Answer MsgBox(const std::string& text, Icon icon = Icon::None, Buttons buttons = Buttons::OK,
+              const std::string& detail = {});
 std::optional<std::string> ChooseFile(const FileRequest& request);
 void Beep();
 

@@ -56,8 +56,8 @@ ScriptedDialogs::ScriptedDialogs() : previous_(platform::CurrentDialogHandler())
 ScriptedDialogs::~ScriptedDialogs() { platform::SetDialogHandler(previous_); }
 
 platform::Answer ScriptedDialogs::message(const std::string& text, platform::Icon icon,
-                                          platform::Buttons buttons) {
-  shown.push_back({text, icon, buttons, false, {}});
+                                          platform::Buttons buttons, const std::string& detail) {
+  shown.push_back({text, icon, buttons, false, {}, detail});
   if (!answers_.empty()) {
     auto a = answers_.front();
     answers_.pop_front();
@@ -72,7 +72,7 @@ platform::Answer ScriptedDialogs::message(const std::string& text, platform::Ico
 }
 
 std::optional<std::string> ScriptedDialogs::chooseFile(const platform::FileRequest& request) {
-  shown.push_back({request.title, platform::Icon::None, platform::Buttons::OK, true, request});
+  shown.push_back({request.title, platform::Icon::None, platform::Buttons::OK, true, request, {}});
   if (files_.empty()) {
     if (strict_) ADD_FAILURE() << "unscripted file dialog: " << request.title;
     return std::nullopt;

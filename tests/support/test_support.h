@@ -38,6 +38,7 @@ struct RecordedDialog {
   platform::Buttons buttons = platform::Buttons::OK;
   bool isFileDialog = false;
   platform::FileRequest request;
+  std::string detail;  // the message box's detail text
 };
 
 // Answers from a script, in order; a message with no scripted answer left is answered with
@@ -53,7 +54,7 @@ public:
   void allowUnscripted() { strict_ = false; }
 
   platform::Answer message(const std::string& text, platform::Icon icon,
-                           platform::Buttons buttons) override;
+                           platform::Buttons buttons, const std::string& detail) override;
   std::optional<std::string> chooseFile(const platform::FileRequest& request) override;
   void beep() override { ++beeps; }
 
