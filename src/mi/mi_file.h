@@ -15,6 +15,9 @@ namespace orvex {
 void ReadMI(const std::string& path, MicroInstruction& mi);
 // The same from text already in memory (the name is used only in error descriptions).
 void ParseMI(const std::string& text, MicroInstruction& mi);
+// As above; `source` (usually the file's path) and the line number are named in the
+// description of any error thrown.
+void ParseMI(const std::string& text, MicroInstruction& mi, const std::string& source);
 
 // The exact bytes of the MI file for `numberOfQubits` qubits (CR LF line ends). An empty
 // Description becomes "(none)" in the record first. `rnd` supplies the random seed of a
