@@ -1,0 +1,118 @@
+// The workspace tables: 1-based, checked, sized to the system's fixed bounds.
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "workspace/errors.h"
+#include "workspace/workspace.h"
+
+namespace orvex {
+namespace {
+
+// Runs `f` and returns the run-time error number it threw, 0 when it threw none.
+template <typename F>
+int ErrorOf(F&& f) {
+  try {
+    f();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
+TEST(Workspace, StartsIdleWithEveryTableSized) {
+  Workspace ws;
+  EXPECT_EQ(ws.MICount, 0);
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(ws.NoOutputFiles, 1);
+  for (int s = 1; s <= kMaxPrograms; ++s) {
+    EXPECT_EQ(ws.CurrentStep(s), -1);
+    EXPECT_EQ(ws.EngineEntry[s - 1], -1);
+    EXPECT_EQ(ws.Program(s).Name, "");
+  }
+  EXPECT_FALSE(ws.MITable(500).InUse);
+  ws.HistoryZ(32, 1000) = 1.5;
+  EXPECT_EQ(ws.HistoryZ(32, 1000), 1.5);
+  EXPECT_EQ(ws.HistoryX(32, 1000), 0);
+  ws.StepTable(1000) = 3;
+  ws.QubitY(10, 32) = 2;
+  EXPECT_EQ(ws.QubitY(10, 32), 2);
+  EXPECT_EQ(ws.QubitX(10, 32), 0);
+}
+
+TEST(Workspace, IndicesOutsideTheBoundsAreSubscriptErrors) {
+  Workspace ws;
+  EXPECT_EQ(ErrorOf([&] { ws.MITable(0); }), 9);
+  EXPECT_EQ(ErrorOf([&] { ws.MITable(501); }), 9);
+  EXPECT_EQ(ErrorOf([&] { ws.Program(11); }), 9);
+  EXPECT_EQ(ErrorOf([&] { ws.CurrentStep(0); }), 9);
+  EXPECT_EQ(ErrorOf([&] { ws.MIEditorOpen(11); }), 9);
+  EXPECT_EQ(ErrorOf([&] { ws.StepTable(1001); }), 9);
+  EXPECT_EQ(ErrorOf([&] { ws.HistoryX(33, 1); }), 9);
+  EXPECT_EQ(ErrorOf([&] { ws.QubitZ(1, 0); }), 9);
+  EXPECT_EQ(ErrorOf([&] { ws.ProgramQubits(0); }), 9);
+  MicroInstruction& mi = ws.MITable(1);
+  EXPECT_EQ(ErrorOf([&] { mi.Field(33, 0); }), 9);
+  EXPECT_EQ(ErrorOf([&] { mi.Field(0, 0); }), 9);
+  EXPECT_EQ(ErrorOf([&] { mi.Field(1, 12); }), 9);
+  EXPECT_EQ(ErrorOf([&] { mi.J(1, 33, 0); }), 9);
+  EXPECT_EQ(ErrorOf([&] { mi.J(1, 2, 3); }), 9);
+  EXPECT_EQ(ErrorOf([&] { mi.Field(32, 11) = 1; }), 0);
+}
+
+TEST(MicroInstruction, StorageIsColumnMajor) {
+  MicroInstruction mi;
+  mi.J(2, 3, 1) = 7;
+  EXPECT_EQ(mi.JData[(2 - 1) + 32 * (3 - 1) + 1024 * 1], 7);
+  mi.Field(5, PhiY) = 4;
+  EXPECT_EQ(mi.FieldData[(5 - 1) + 32 * 10], 4);
+  mi.Name = "n";
+  mi.InUse = true;
+  mi.TimeStep = 1;
+  mi.InitialState = RandomState;
+  mi.ClearData();
+  EXPECT_EQ(mi.J(2, 3, 1), 0);
+  EXPECT_EQ(mi.Field(5, PhiY), 0);
+  EXPECT_EQ(mi.TimeStep, 0);
+  EXPECT_EQ(mi.InitialState, 0);
+  EXPECT_EQ(mi.Name, "n");
+  EXPECT_TRUE(mi.InUse);
+}
+
+TEST(Workspace, RndIsUniformInTheUnitInterval) {
+  Workspace ws;
+  ws.Randomize(1);
+  double sum = 0;
+  std::set<double> seen;
+  for (int i = 0; i < 10000; ++i) {
+    double r = ws.Rnd();
+    ASSERT_GE(r, 0.0);
+    ASSERT_LT(r, 1.0);
+    sum += r;
+    seen.insert(r);
+  }
+  EXPECT_NEAR(sum / 10000, 0.5, 0.02);
+  EXPECT_GT(seen.size(), 9990u);
+  // The same seed repeats the sequence; two fresh workspaces differ.
+  ws.Randomize(42);
+  double a = ws.Rnd();
+  ws.Randomize(42);
+  EXPECT_EQ(ws.Rnd(), a);
+  Workspace w1, w2;
+  EXPECT_NE(w1.Rnd(), w2.Rnd());
+}
+
+TEST(Names, InitializeAndMINames) {
+  EXPECT_TRUE(IsInitializeMI("initialize.mi"));
+  EXPECT_TRUE(IsInitializeMI("INITIALIZE.MP"));
+  EXPECT_TRUE(IsInitializeMI("Initialize"));
+  EXPECT_FALSE(IsInitializeMI("Initialize.mi.bak"));
+  EXPECT_FALSE(IsInitializeMI("Init.MI"));
+  EXPECT_TRUE(IsMIName("a.mi"));
+  EXPECT_TRUE(IsMIName("xmi"));
+  EXPECT_FALSE(IsMIName("a.MP"));
+  EXPECT_FALSE(IsMIName("i"));
+}
+
+} // namespace
+} // namespace orvex
