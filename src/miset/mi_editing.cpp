@@ -1,0 +1,132 @@
+#include "miset/mi_editing.h"
+
+#include <cmath>
+
+#include "mi/mi_file.h"
+#include "platform/dialogs.h"
+#include "workspace/numbers.h"
+
+namespace orvex {
+
+using platform::Buttons;
+using platform::CR;
+using platform::Icon;
+
+std::optional<double> ParseNumberCell(const std::string& text) {
+  const std::string t = Trim(text);
+  if (t.empty()) return std::nullopt;
+  std::size_t consumed = 0;
+  const double v = Val(t, consumed);
+  if (consumed != t.size() || !std::isfinite(v)) return std::nullopt;
+  return v;
+}
+
+std::optional<std::int32_t> ParseCountCell(const std::string& text) {
+  const std::optional<double> v = ParseNumberCell(text);
+  if (!v || *v != std::floor(*v) || *v < -2147483648.0 || *v > 2147483647.0) return std::nullopt;
+  return static_cast<std::int32_t>(*v);
+}
+
+void ReportNotANumber(const std::string& where, const std::string& text) {
+  platform::MsgBox("The value \"" + text + "\" of " + where + " is not a number." + CR +
+                       "Correct it and try again.",
+                   Icon::Critical, Buttons::OK);
+}
+
+void ReportNotAWholeNumber(const std::string& where, const std::string& text) {
+  platform::MsgBox("The value \"" + text + "\" of " + where + " is not a whole number." + CR +
+                       "Correct it and try again.",
+                   Icon::Critical, Buttons::OK);
+}
+
+std::string EditableName(const std::string& recordName) { return NameWithoutExtension(recordName); }
+
+std::string RecordNameFor(const std::string& shownName, const std::string& recordName) {
+  const std::string name = Trim(shownName);
+  if (name.size() > 3 && Upper(name.substr(name.size() - 3)) == ".MI") return name;
+  const std::size_t dot = recordName.rfind('.');
+  const std::string ext = dot == std::string::npos ? ".MI" : recordName.substr(dot);
+  return name + (IsMIName(ext) ? ext : ".MI");
+}
+
+bool CheckMIName(const std::string& shownName) {
+  const std::string name = Trim(shownName);
+  if (name.empty()) {
+    platform::MsgBox("The micro instruction needs a name.", Icon::Critical, Buttons::OK);
+    return false;
+  }
+  for (unsigned char ch : name) {
+    if (ch < 32 || ch == 127 || std::string("/\\:*?\"<>|").find(static_cast<char>(ch)) != std::string::npos) {
+      platform::MsgBox(std::string("The name ") + name + " cannot be used for a file." + CR +
+                           "A name must not contain any of / \\ : * ? \" < > | or control characters.",
+                       Icon::Critical, Buttons::OK);
+      return false;
+    }
+  }
+  return true;
+}
+
+std::vector<std::pair<int, int>> QubitPairs(int qubits) {
+  std::vector<std::pair<int, int>> pairs;
+  for (int i = 1; i <= qubits; ++i)
+    for (int j = i + 1; j <= qubits; ++j) pairs.emplace_back(i, j);
+  return pairs;
+}
+
+MIEdit LoadMIEdit(const Workspace& ws, int n) {
+  const MicroInstruction& mi = ws.MITable(n);
+  MIEdit e;
+  e.Name = EditableName(mi.Name);
+  e.Description = mi.Description;
+  e.TimeStep = mi.TimeStep;
+  e.TimeStepInPi = mi.TimeStepInPi == 1;
+  e.FieldSteps = mi.FieldSteps;
+  e.IntermediateSteps = mi.IntermediateSteps;
+  e.CheckNorm = mi.CheckNorm;
+  e.InitialState = mi.InitialState;
+  const int qubits = ws.NumberOfQubits;
+  e.Field.resize(qubits);
+  for (int q = 1; q <= qubits; ++q)
+    for (int c = 0; c < kFieldParameters; ++c)
+      e.Field[q - 1][c] = mi.Field(q, Workspace::FieldColumnMap[c]);
+  for (auto [i, j] : QubitPairs(qubits))
+    e.J.push_back({mi.J(i, j, 0), mi.J(i, j, 1), mi.J(i, j, 2)});
+  return e;
+}
+
+bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
+  if (!CheckMIName(edit.Name)) return false;
+  MicroInstruction& mi = ws.MITable(n);
+  const std::string name = RecordNameFor(edit.Name, mi.Name);
+  if (IsInitializeMI(name) && edit.InitialState == GroundState &&
+      ws.NumberOfQubits > kMaxGroundStateQubits) {
+    platform::MsgBox("The ground state can be computed for " + std::to_string(kMaxGroundStateQubits) +
+                         " qubits or fewer only." + CR + "Choose another initial state.",
+                     Icon::Critical, Buttons::OK);
+    return false;
+  }
+  mi.Name = name;
+  mi.Description = edit.Description;
+  mi.TimeStep = edit.TimeStep;
+  mi.TimeStepInPi = edit.TimeStepInPi ? 1 : 0;
+  mi.FieldSteps = edit.FieldSteps;
+  mi.IntermediateSteps = edit.IntermediateSteps;
+  mi.CheckNorm = edit.CheckNorm;
+  if (edit.InitialState >= GroundState && edit.InitialState <= RandomState)
+    mi.InitialState = edit.InitialState;
+  const int qubits = std::min<int>(ws.NumberOfQubits, static_cast<int>(edit.Field.size()));
+  for (int q = 1; q <= qubits; ++q)
+    for (int c = 0; c < kFieldParameters; ++c)
+      mi.Field(q, Workspace::FieldColumnMap[c]) = edit.Field[q - 1][c];
+  const auto pairs = QubitPairs(ws.NumberOfQubits);
+  for (std::size_t p = 0; p < pairs.size() && p < edit.J.size(); ++p)
+    for (int c = 0; c < 3; ++c) mi.J(pairs[p].first, pairs[p].second, c) = edit.J[p][c];
+  return SaveMI(ws, n);
+}
+
+void ReleaseMIEditor(Workspace& ws, int editorSlot, int n) {
+  if (editorSlot >= 1 && editorSlot <= kMaxMIEditors) ws.MIEditorOpen(editorSlot) = false;
+  if (n >= 1 && n <= kMaxMIs) ws.MITable(n).IsOpen = false;
+}
+
+} // namespace orvex

@@ -1,0 +1,25 @@
+#include "miset/miset_ui.h"
+
+namespace orvex {
+
+// Without windows there is no editor to keep open, no editor to show and nobody to answer.
+bool MISetUi::closeMIEditor(int, bool) { return true; }
+bool MISetUi::openMIEditor(int, int) { return false; }
+std::optional<int> MISetUi::chooseSet(const std::vector<std::string>&, int) { return std::nullopt; }
+std::string MISetUi::askSetName(const std::string&) { return {}; }
+void MISetUi::openCallableProgram(const std::string&) {}
+void MISetUi::miSlotsMoved(const std::vector<int>&) {}
+
+} // namespace orvex
+
+#include "platform/dialogs.h"
+#include "workspace/errors.h"
+
+namespace orvex {
+
+void ReportRuntimeError(const RuntimeError& error) {
+  platform::MsgBox(error.description() + ", errorcode: " + std::to_string(error.number()),
+                   platform::Icon::Critical, platform::Buttons::OK);
+}
+
+} // namespace orvex

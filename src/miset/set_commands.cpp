@@ -1,0 +1,109 @@
+#include "miset/set_commands.h"
+
+#include <cstdio>
+
+#include "mi/initialize.h"
+#include "miset/mi_list.h"
+#include "miset/open_miset.h"
+#include "miset/qubits_file.h"
+#include "platform/dialogs.h"
+#include "workspace/paths.h"
+
+namespace orvex {
+
+using platform::Answer;
+using platform::Buttons;
+using platform::Icon;
+
+bool CheckSetName(const std::string& name) {
+  // Tested in this order; "/" twice, as the list has always had it. The three non-ASCII
+  // characters are looked for in their UTF-8 form, the form names typed in the windows have.
+  static const char* const kIllegal[] = {
+      "\\", ":", ".", "/", "*", "?", ">", "<", "$", "'", ";", "\xC2\xA3", "[", "{", "}",
+      "#", "@", "\xC2\xAC", "\xC2\xA6", "`", "/"};
+  for (const char* c : kIllegal) {
+    if (name.find(c) != std::string::npos) {
+      platform::MsgBox("Illegal directory name", Icon::Critical, Buttons::OK);
+      return false;
+    }
+  }
+  return true;
+}
+
+namespace {
+
+// The name from the prompt; "" when cancelled or refused.
+std::string AskName(MISetUi& ui, const std::string& caption) {
+  std::string name = ui.askSetName(caption);
+  if (name.empty() || !CheckSetName(name)) return {};
+  return name;
+}
+
+} // namespace
+
+bool NewMISet(Workspace& ws, MISetUi& ui) {
+  if (RefuseWhileProgramRuns(ws)) return false;
+  const std::string name = AskName(ui, "New MI set");
+  if (name.empty()) return false;
+  const std::string path = MISetContainer(ws) + name + "/";
+  if (!EnsureDirectory(path)) return false;
+  const std::string dir = ResolvePath(path).value_or(path);
+  const std::string setPath = dir.back() == '/' ? dir : dir + "/";
+
+  const std::vector<std::string> existing = ListFiles(setPath, ".mi");
+  bool overwrite = false;
+  if (!existing.empty()) {
+    const Answer a = platform::MsgBox("MI Set " + name + " already exists, overwrite?",
+                                      Icon::Information, Buttons::YesNoCancel);
+    if (a == Answer::Cancel) return false;
+    overwrite = a == Answer::Yes;
+  }
+  // The MIs open in editors belong to the set being left.
+  if (!CloseAllMIEditors(ws, ui)) return false;
+  ui.unloadQubitWindow();
+
+  if (overwrite) {
+    for (const std::string& f : existing) std::remove((setPath + f).c_str());
+    if (auto q = FindPath(setPath, "qubits.dat")) std::remove(q->c_str());
+  }
+  ws.MISetPath = setPath;
+  ws.MIList.Caption = "Set: " + SetNameOf(setPath);
+
+  ReadQubitsFile(ws);
+  ClearMITable(ws);
+  try {
+    LoadMIFiles(ws);
+    EnsureInitializeMI(ws);
+  } catch (...) {
+    RefreshMIList(ws);
+    throw;
+  }
+  RefreshMIList(ws);
+  ws.MIList.Status.clear();
+  ws.NotifyMIListChanged();
+  return true;
+}
+
+bool CopyMISet(Workspace& ws, MISetUi& ui) {
+  if (RefuseWhileProgramRuns(ws)) return false;
+  const std::string name = AskName(ui, "Copy MI set");
+  if (name.empty()) return false;
+  const std::string path = MISetContainer(ws) + name + "/";
+  if (!EnsureDirectory(path)) return false;
+  const std::string dir = ResolvePath(path).value_or(path);
+  const std::string target = dir.back() == '/' ? dir : dir + "/";
+
+  for (const char* ext : {".MI", ".MP"})
+    for (const std::string& f : ListFiles(ws.MISetPath, ext))
+      CopyWholeFile(ws.MISetPath + f, target + f);
+  WriteQubitsFile(ws);
+  const std::string qubits = FindPath(ws.MISetPath, "qubits.dat").value_or(ws.MISetPath + "qubits.dat");
+  CopyWholeFile(qubits, target + "qubits.dat");
+
+  ws.MISetPath = target;
+  ws.MIList.Caption = "Set: " + SetNameOf(target);
+  ws.NotifyMIListChanged();
+  return true;
+}
+
+} // namespace orvex
