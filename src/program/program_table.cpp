@@ -1,0 +1,283 @@
+// The program table and the program editor's row operations.
+#include "program/program_table.h"
+
+#include "mi/mi_file.h"
+#include "platform/dialogs.h"
+#include "program/program_file.h"
+#include "run/run_controller.h"
+#include "workspace/numbers.h"
+#include "workspace/paths.h"
+
+namespace orvex {
+
+namespace {
+
+using platform::CR;
+
+int FirstFreeSlot(const Workspace& ws) {
+  for (int s = 1; s <= kMaxPrograms; ++s)
+    if (ws.Program(s).Name.empty()) return s;
+  return 0;
+}
+
+// The slot other than `except` that holds `name` (compared after lower-casing), or 0.
+int SlotHolding(const Workspace& ws, const std::string& name, int except = 0) {
+  const std::string wanted = Lower(name);
+  for (int s = 1; s <= kMaxPrograms; ++s)
+    if (s != except && !ws.Program(s).Name.empty() && Lower(ws.Program(s).Name) == wanted)
+      return s;
+  return 0;
+}
+
+std::string CaptionOf(const std::string& name) { return NameWithoutExtension(FileNameOf(name)); }
+
+std::vector<ProgramRow> StartRowOnly() { return {ProgramRow{"Start", kIconStart}}; }
+
+std::optional<std::string> AskProgramFile(Workspace& ws, const char* title, bool save) {
+  platform::FileRequest request;
+  request.title = title;
+  request.filter = kProgramFilter;
+  request.directory = ws.FileDialogDir;
+  request.save = save;
+  auto chosen = platform::ChooseFile(request);
+  if (!chosen || chosen->empty()) return std::nullopt;
+  ws.FileDialogDir = DirectoryOf(*chosen);
+  return chosen;
+}
+
+// Fills a free slot with the program file at `path` (already checked) under `name`.
+int LoadIntoSlot(Workspace& ws, ProgramUi& ui, int slot, const std::string& path,
+                 const std::string& name) {
+  std::vector<ProgramRow> rows = StartRowOnly();
+  for (ProgramRow& row : ReadProgramRows(path)) rows.push_back(std::move(row));
+  FreeProgramSlot(ws, slot);
+  ProgramSlot& program = ws.Program(slot);
+  program.Rows = std::move(rows);
+  program.Name = name;
+  program.Caption = CaptionOf(name);
+  program.Status = "Program ready";
+  program.Visible = true;
+  ui.showEditor(slot);
+  ui.arrangeWindows();
+  ui.programChanged(slot);
+  return slot;
+}
+
+// Where the program `name` (relative to AppDir) is written: the existing file or directory in
+// whatever letter case it has on disk.
+std::string ProgramFilePath(const Workspace& ws, const std::string& name) {
+  const std::string full = ws.AppDir + NormalizeSeparators(name);
+  if (auto existing = ResolvePath(full)) return *existing;
+  std::string dir = ws.AppDir + NormalizeSeparators(DirectoryOf(name));
+  if (auto existing = ResolvePath(dir)) dir = *existing;
+  if (!dir.empty() && dir.back() != '/') dir += '/';
+  return dir + FileNameOf(name);
+}
+
+} // namespace
+
+int NewProgram(Workspace& ws, ProgramUi& ui) {
+  const int slot = FirstFreeSlot(ws);
+  if (slot == 0) {
+    platform::MsgBox("No more programs can be loaded", platform::Icon::Information);
+    return 0;
+  }
+  FreeProgramSlot(ws, slot);
+  ProgramSlot& program = ws.Program(slot);
+  program.Name = "New";
+  program.Rows = StartRowOnly();
+  program.Caption = "New";
+  program.Status = "New program";
+  program.Visible = true;
+  ui.showEditor(slot);
+  ui.arrangeWindows();
+  ui.programChanged(slot);
+  return slot;
+}
+
+int OpenProgram(Workspace& ws, ProgramUi& ui, const std::optional<std::string>& path) {
+  std::optional<std::string> chosen = path;
+  if (!chosen || chosen->empty()) {
+    chosen = AskProgramFile(ws, "Open quantum program", false);
+    if (!chosen) return 0;
+  }
+  const std::string name = RelativePath(*chosen, ws.AppDir);
+  if (SlotHolding(ws, name)) {
+    platform::MsgBox("This program has already been opened.", platform::Icon::Information);
+    return 0;
+  }
+  const int slot = FirstFreeSlot(ws);
+  if (slot == 0) {
+    platform::MsgBox("No more programs can be loaded", platform::Icon::Information);
+    return 0;
+  }
+  return LoadIntoSlot(ws, ui, slot, *chosen, name);
+}
+
+void ReadProgramFile(Workspace& ws, const std::string& path, int slot) {
+  std::vector<ProgramRow> rows = StartRowOnly();
+  for (ProgramRow& row : ReadProgramRows(path)) rows.push_back(std::move(row));
+  ws.Program(slot).Rows = std::move(rows);
+}
+
+bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask) {
+  ProgramSlot& program = ws.Program(slot);
+  if (Lower(program.Name) == "new" || ask) {
+    auto chosen = AskProgramFile(ws, "Save program as", true);
+    if (!chosen) return false;
+    const std::string name = RelativePath(*chosen, ws.AppDir);
+    if (SlotHolding(ws, name, slot)) {
+      platform::MsgBox("Unable to save " + name + CR +
+                           "This file is opened by Orvex, choose another name.",
+                       platform::Icon::Critical);
+      return false;
+    }
+    program.Name = name;
+  }
+  const std::string directory = ws.AppDir + NormalizeSeparators(DirectoryOf(program.Name));
+  if (!FileExists(ws.AppDir + NormalizeSeparators(program.Name)) &&
+      !DirectoryExists(directory) && !EnsureDirectory(directory)) {
+    platform::MsgBox("Failed to create (sub)directory!", platform::Icon::Critical);
+    program.Name = "New";
+    ui.programChanged(slot);
+    return false;
+  }
+  program.Caption = CaptionOf(program.Name);
+  WriteProgramFile(ProgramFilePath(ws, program.Name), program.Name, program.Rows);
+  program.Changed = false;
+  ui.programChanged(slot);
+  return true;
+}
+
+bool SaveProgramAs(Workspace& ws, ProgramUi& ui, int slot) {
+  ws.Program(slot);  // range check before the dialog
+  auto chosen = AskProgramFile(ws, "Save program as", true);
+  if (!chosen) return false;
+  const std::string name = RelativePath(*chosen, ws.AppDir);
+  if (SlotHolding(ws, name, slot)) {
+    platform::MsgBox("Cannot save to an open program", platform::Icon::Critical);
+    return false;
+  }
+  ws.Program(slot).Name = name;
+  return SaveProgram(ws, ui, slot, false);
+}
+
+void SaveAllPrograms(Workspace& ws, ProgramUi& ui) {
+  SaveAllMIs(ws);
+  for (int s = 1; s <= kMaxPrograms; ++s)
+    if (!ws.Program(s).Name.empty() && ws.Program(s).Visible) SaveProgram(ws, ui, s, false);
+}
+
+int OpenCallableProgram(Workspace& ws, ProgramUi& ui, const std::string& relativePath) {
+  const auto path = ResolvePath(ws.AppDir + NormalizeSeparators(relativePath));
+  if (!path || !FileExists(*path)) {
+    platform::MsgBox("Program file " + std::string(1, CR) + relativePath + CR +
+                         "could not be found.",
+                     platform::Icon::Exclamation);
+    return 0;
+  }
+  const std::string name = RelativePath(*path, ws.AppDir);
+  if (SlotHolding(ws, name) || SlotHolding(ws, relativePath)) {
+    platform::MsgBox("This program has already been opened.", platform::Icon::Information);
+    return 0;
+  }
+  const int slot = FirstFreeSlot(ws);
+  if (slot == 0) {
+    platform::MsgBox(
+        "Too many programs are currently open, close one or more programs and try again.",
+        platform::Icon::Information);
+    return 0;
+  }
+  return LoadIntoSlot(ws, ui, slot, *path, name);
+}
+
+bool CloseProgram(Workspace& ws, ProgramUi& ui, int slot) {
+  ProgramSlot& program = ws.Program(slot);
+  if (ws.RunningProgram == slot) {
+    platform::MsgBox("Cannot close when program is still running", platform::Icon::Critical);
+    return false;
+  }
+  if (program.Changed) {
+    const platform::Answer answer = platform::MsgBox(
+        "Changes have been made in " + FileNameOf(program.Name) + "." + CR + "Save before closing?",
+        platform::Icon::Exclamation, platform::Buttons::YesNoCancel);
+    if (answer == platform::Answer::Cancel) {
+      ws.Closing = false;
+      return false;
+    }
+    if (answer == platform::Answer::Yes && !SaveProgram(ws, ui, slot, false)) {
+      ws.Closing = false;
+      return false;
+    }
+  }
+  FreeProgramSlot(ws, slot);
+  return true;
+}
+
+void FreeProgramSlot(Workspace& ws, int slot) {
+  ws.Program(slot) = ProgramSlot{};
+  ws.ProgramQubits(slot) = 0;
+  ws.CurrentStep(slot) = -1;
+  ws.EngineEntry[slot - 1] = -1;
+}
+
+bool RemoveRow(Workspace& ws, int slot, int row) {
+  ProgramSlot& program = ws.Program(slot);
+  if (row < 1 || row >= static_cast<int>(program.Rows.size())) return false;
+  program.Changed = true;
+  program.Rows.erase(program.Rows.begin() + row);
+  return true;
+}
+
+void RemoveMIButton(Workspace& ws, ProgramUi& ui, int slot, int selectedRow) {
+  if (ws.RunningProgram == slot) {
+    ResetProgram(ws, ui, slot);
+    return;
+  }
+  if (RemoveRow(ws, slot, selectedRow)) ui.programChanged(slot);
+}
+
+void ClearProgram(Workspace& ws, int slot) {
+  ProgramSlot& program = ws.Program(slot);
+  if (ws.RunningProgram != -1) return;
+  while (!program.Rows.empty()) program.Rows.erase(program.Rows.begin());
+}
+
+bool DropMIListEntry(Workspace& ws, int slot, int targetRow, const MIListRow& entry) {
+  ProgramSlot& program = ws.Program(slot);
+  if (ws.RunningProgram != -1) return false;
+  const int size = static_cast<int>(program.Rows.size());
+  if (size >= kMaxRows) {
+    platform::MsgBox("Too many Micro Instructions.", platform::Icon::Information);
+    return false;
+  }
+  ProgramRow row;
+  if (entry.Key.empty() || entry.Icon == kIconBreakpoint) {
+    row = {"Breakpoint", kIconBreakpoint};
+  } else if (entry.Icon == kIconCallableProgram) {
+    row = {entry.Text, kIconProgramRow};
+  } else {
+    row = {entry.Text, kIconMI};
+  }
+  const int position = (targetRow < 0 || targetRow >= size) ? size : targetRow + 1;
+  program.Rows.insert(program.Rows.begin() + position, row);
+  program.Status = "Program ready";
+  program.Changed = true;
+  return true;
+}
+
+bool MoveRow(Workspace& ws, int slot, int row, int targetRow) {
+  ProgramSlot& program = ws.Program(slot);
+  if (ws.RunningProgram != -1) return false;
+  const int size = static_cast<int>(program.Rows.size());
+  if (row < 1 || row >= size) return false;
+  const int position = (targetRow < 0 || targetRow >= size) ? size : targetRow + 1;
+  const ProgramRow moved = program.Rows[row];
+  program.Rows.insert(program.Rows.begin() + position, moved);
+  program.Rows.erase(program.Rows.begin() + (position <= row ? row + 1 : row));
+  program.Status = "Program ready";
+  program.Changed = true;
+  return true;
+}
+
+} // namespace orvex

@@ -1,0 +1,81 @@
+// The program table: new, open, save, save as and save all of quantum programs, opening a
+// callable program from the MI list, closing a program, and the program editor's row
+// operations. Qt-free: each slot's content is ws.Program(slot) (Rows[0] is the "Start" row,
+// Caption, Status, Changed, Visible); the editor window renders it and calls these operations.
+// Every message goes through platform::MsgBox, every file dialog through platform::ChooseFile.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "program/program_ui.h"
+#include "workspace/workspace.h"
+
+namespace orvex {
+
+inline constexpr const char* kProgramFilter = "Quantum Program (*.KVP)|*.KVP|All files (*.*)|*.*";
+
+// An empty program "New" in the first free slot, shown and arranged. Returns the slot, or 0
+// after "No more programs can be loaded".
+int NewProgram(Workspace& ws, ProgramUi& ui);
+
+// Opens a program file (asking with "Open quantum program" when `path` is empty) into the
+// first free slot: caption = file name without extension, status "Program ready". Returns
+// the slot, or 0 when cancelled or refused ("This program has already been opened.", names
+// compared after lower-casing; "No more programs can be loaded"). File errors are thrown.
+int OpenProgram(Workspace& ws, ProgramUi& ui, const std::optional<std::string>& path = {});
+
+// Rows := "Start" followed by the rows the file holds. Throws the file error.
+void ReadProgramFile(Workspace& ws, const std::string& path, int slot);
+
+// Saves the program of `slot`; asks for a name ("Save program as") when it is unnamed or
+// `ask` is set, refusing a name another slot holds ("Unable to save " name CR "This file is
+// opened by Orvex, choose another name."). A new file's directory is created with the user's
+// consent ("Failed to create (sub)directory!" otherwise; the program becomes "New" again).
+// True when the file was written; the Changed flag is cleared then.
+bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask = false);
+
+// The menu's "Save program as": asks for a name; a file that is open as another program is
+// refused with "Cannot save to an open program". True when written.
+bool SaveProgramAs(Workspace& ws, ProgramUi& ui, int slot);
+
+// Saves every MI of the set, then every program in use whose editor is visible, in slot order.
+void SaveAllPrograms(Workspace& ws, ProgramUi& ui);
+
+// Double-click on a callable-program row of the MI list: opens the program file
+// `relativePath` (relative to AppDir). Refusals: "Program file " CR name CR "could not be
+// found.", "This program has already been opened.", "Too many programs are currently open,
+// close one or more programs and try again.". Returns the slot, or 0.
+int OpenCallableProgram(Workspace& ws, ProgramUi& ui, const std::string& relativePath);
+
+// Closing an editor: refused while the program runs ("Cannot close when program is still
+// running"); with unsaved changes asks "Changes have been made in " name "." CR "Save before
+// closing?" (Cancel clears ws.Closing). True when the slot was freed. When the user chose Yes
+// but the save did not complete, the slot stays open (nothing is lost) and Closing is cleared.
+bool CloseProgram(Workspace& ws, ProgramUi& ui, int slot);
+// Frees a slot without questions.
+void FreeProgramSlot(Workspace& ws, int slot);
+
+// --- program editor rows (0-based row indices; row 0 is "Start") ---------------------------
+
+// Removes row `row` (Delete, Ctrl+D, "Remove MI" while not running); row 0 and rows out of
+// range are never removed. Marks the program changed. True when removed.
+bool RemoveRow(Workspace& ws, int slot, int row);
+// The editor's "Remove MI" button: resets the run when this program is the running one,
+// otherwise removes the selected row.
+void RemoveMIButton(Workspace& ws, ProgramUi& ui, int slot, int selectedRow);
+// "Clear program": every row removed, one at a time from the top, the "Start" row included;
+// no question. Does nothing while a program runs.
+void ClearProgram(Workspace& ws, int slot);
+// A drop of an MI list entry on row `targetRow` (-1: no row under the cursor, append at the
+// end): a row is inserted directly below it. The breakpoint entry (empty key or breakpoint
+// icon) gives "Breakpoint"; a callable program (icon 19) a program row; else an MI row.
+// Ignored while a program runs; a list of 1000 rows gets "Too many Micro Instructions.".
+// Sets status "Program ready" and Changed. True when inserted.
+bool DropMIListEntry(Workspace& ws, int slot, int targetRow, const MIListRow& entry);
+// A row dragged within the editor onto row `targetRow` moves to directly below it (a drop
+// with no row under the cursor moves it to the end). Row 0 does not move. Ignored while a
+// program runs. Marks changed. True when moved.
+bool MoveRow(Workspace& ws, int slot, int row, int targetRow);
+
+} // namespace orvex

@@ -1,0 +1,64 @@
+// Loading the engine library with dlopen, once per path.
+#include "run/engine_library.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+
+#include "workspace/errors.h"
+
+namespace orvex {
+
+namespace {
+
+std::string ExecutableDirectory() {
+  char buffer[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+  if (n <= 0) return "./";
+  std::string path(buffer, static_cast<std::size_t>(n));
+  auto slash = path.rfind('/');
+  return slash == std::string::npos ? std::string("./") : path.substr(0, slash + 1);
+}
+
+[[noreturn]] void ThrowLoadError(const std::string& path, const std::string& reason) {
+  throw RuntimeError(static_cast<ErrorNumber>(kErrorLoadingLibrary),
+                     "Error in loading DLL " + path + ": " + reason);
+}
+
+} // namespace
+
+std::string EngineLibrary::DefaultPath() {
+  if (const char* env = std::getenv("ORVEX_ENGINE"); env && *env) return env;
+  return ExecutableDirectory() + "libkv3.so";
+}
+
+Kv3Entry EngineLibrary::Load(const std::string& path) {
+  // The handles are never closed: the engine keeps its run context between calls.
+  static std::mutex mutex;
+  static std::map<std::string, Kv3Entry> loaded;
+  std::lock_guard<std::mutex> lock(mutex);
+  if (auto it = loaded.find(path); it != loaded.end()) return it->second;
+
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!handle) {
+    const char* reason = dlerror();
+    ThrowLoadError(path, reason ? reason : "cannot be loaded");
+  }
+  dlerror();
+  void* symbol = dlsym(handle, "kv3dll");
+  if (!symbol) {
+    const char* reason = dlerror();
+    std::string text = reason ? reason : "no entry kv3dll";
+    dlclose(handle);
+    ThrowLoadError(path, text);
+  }
+  auto entry = reinterpret_cast<Kv3Entry>(symbol);
+  loaded.emplace(path, entry);
+  return entry;
+}
+
+} // namespace orvex

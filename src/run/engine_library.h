@@ -1,0 +1,32 @@
+// The simulation engine, loaded at run time by path so that any library honouring the kv3dll
+// contract can stand in (the real engine, a test double). Qt-free.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace orvex {
+
+// The engine's single entry (C linkage). x, y, z hold 32 doubles (qubit q at q - 1), flags 4
+// words, programName 33 writable bytes: 32 characters padded with blanks, then a NUL.
+using Kv3Entry = void (*)(std::int32_t* status, std::int32_t* progress, std::int32_t* runMode,
+                          std::int32_t* noOutputFiles, std::int32_t* entry, double* x, double* y,
+                          double* z, std::int32_t* flags, char* programName);
+
+// The run-time's "Error in loading DLL", raised when the library or its entry is missing.
+inline constexpr int kErrorLoadingLibrary = 48;
+
+class EngineLibrary {
+public:
+  // Where the engine is looked for: $ORVEX_ENGINE when set and non-empty, else "libkv3.so"
+  // beside the running executable.
+  static std::string DefaultPath();
+  // The entry `kv3dll` of the library at `path`. A library is opened once per path and stays
+  // loaded for the life of the process. Throws RuntimeError 48 ("Error in loading DLL ...",
+  // naming the path and the loader's reason) when it cannot be loaded or lacks the entry.
+  static Kv3Entry Load(const std::string& path);
+  // Load(DefaultPath()).
+  static Kv3Entry Load() { return Load(DefaultPath()); }
+};
+
+} // namespace orvex

@@ -1,0 +1,66 @@
+// The run controller: Start, Step, Back and Reset of one quantum program at a time, driving the
+// engine (run/engine_library.h) through the workspace's exchange area and keeping the run state
+// of every open program. Qt-free; the windows are told what happened through RunUi.
+//
+// Step history. Entry k (1..1000) of HistoryX/Y/Z holds the qubit state of recorded step k,
+// StepTable(k) its mark (0 = nothing recorded, otherwise 1 + (row + 1), row the program row
+// reached, -1 when unknown). A start from idle records the start state as entry 1 and sets
+// CurrentStep to 0; every completed RunProgram (a halt, the finish, an engine error) appends
+// one entry after the last recorded one and sets CurrentStep to that entry's index - 1, so
+// CurrentStep + 1 indexes the entry shown. When the table is full the oldest entry is dropped.
+// Back moves CurrentStep one entry down (never below 0, the oldest entry kept) and restores its
+// state and mark without calling the engine; continuing afterwards appends after the last
+// recorded entry, since the engine goes on from where it stopped.
+//
+// Current row. The engine does not report its position, so the controller derives the row a
+// halt has reached from the program's rows, starting at the row of the last recorded entry:
+// a run (mode 0) halts on the next "Breakpoint" row, a step (mode 1) in program-step
+// granularity ends on the next MI row. A program that calls other programs (their steps and
+// breakpoints count too) and steps of main-step or all-step granularity give -1 (unknown),
+// and so does everything after an unknown position until the next start from idle. The
+// derived row is shown in ProgramSlot::CurrentRow while halted, -1 otherwise.
+//
+// Errors. An engine error (non-zero status) makes the clean-up call, returns the program to
+// idle ("Program ready", commands enabled: the engine has abandoned the run) and then shows
+// the mapped message with the log's reason as detail. A run-time error while the engine is
+// driven (the library missing included) shows "An error occurred during execution." and
+// returns the program to idle the same way. Errors of the save and of the run-directory
+// preparation, which come before the engine is driven, are thrown to the caller (RuntimeError).
+#pragma once
+
+#include <string>
+
+#include "run/run_ui.h"
+#include "workspace/workspace.h"
+
+namespace orvex {
+
+inline constexpr int kModeRun = 0;
+inline constexpr int kModeStep = 1;
+
+// Start (mode 0: to the next breakpoint or the end) or Step (mode 1) the program in `slot`.
+// Refused with a message when another program runs or is halted; a program that is new or
+// changed is saved first (nothing runs when that save does not complete). A call while the
+// engine call loop is running (from an event processed inside it) only beeps.
+void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode);
+
+// Back: restores the state recorded one step earlier. Refused with a message when `slot` is
+// not the running program; at the oldest recorded step it only beeps.
+void StepBack(Workspace& ws, RunUi& ui, int slot);
+
+// Reset: back to idle, the engine told to abandon the run, the qubit display emptied
+// (ProgramQubits 0), status "Program reset". While another program's run is on, that run is
+// left alone and only this slot's marks and display are cleared.
+void ResetProgram(Workspace& ws, RunUi& ui, int slot);
+
+// The engine's program name field: FileNameOf(programName) padded with blanks, cut at 32.
+std::string EngineProgramNameFor(const std::string& programName);
+
+// The number of recorded steps of the current run (consecutive marked StepTable entries).
+int RecordedSteps(Workspace& ws);
+
+// The message of a run-time error inside a run: "An error occurred during execution." CR
+// description ", errorcode: " number.
+std::string ExecutionErrorText(const std::string& description, int number);
+
+} // namespace orvex

@@ -1,0 +1,39 @@
+// What the run controller and the program operations need from the windows around them. The
+// operations stay Qt-free; the workbench implements these hooks with its windows, the command
+// line and the tests with their own. Every hook defaults to doing nothing, which is what a
+// workbench without windows needs.
+#pragma once
+
+namespace orvex {
+
+class RunUi {
+public:
+  virtual ~RunUi() = default;
+
+  // --- run controller --------------------------------------------------------------------
+  // Repaint the qubit boxes of `slot` from QubitX/Y/Z(slot, q) for q in 1..ProgramQubits(slot)
+  // (no boxes when ProgramQubits is 0).
+  virtual void updateQubitDisplay(int /*slot*/) {}
+  // Let the window system process pending events (called between engine calls). Hooks may
+  // run other operations from here; the controller copes with a Reset arriving this way.
+  virtual void processEvents() {}
+  // Apply RunCommandStatesFor(enabled) (run/run_commands.h) to the editor of `slot`, the MI
+  // list, the menus and the tool bars, then process pending events once.
+  virtual void enableRunCommands(int /*slot*/, bool /*enabled*/) {}
+  // The slot's Status, CurrentRow, Caption, Rows or Changed changed: refresh its editor.
+  // While ws.EngineBusy and ws.RunningProgram == slot the editor's run control shows "Stop".
+  virtual void programChanged(int /*slot*/) {}
+  // One frame of the animated qubit window from EngineX/Y/Z (while the call loop runs with
+  // AnimateQubits on).
+  virtual void qubitWindowFrame() {}
+  // Repaint the qubit window after a reset.
+  virtual void refreshQubitWindow() {}
+
+  // --- program table -----------------------------------------------------------------------
+  // Show (create when needed) the editor of `slot`; the slot's Visible flag is already set.
+  virtual void showEditor(int /*slot*/) {}
+  // Arrange the program editor windows in the frame.
+  virtual void arrangeWindows() {}
+};
+
+} // namespace orvex
