@@ -1,0 +1,322 @@
+// orvex-cli run: opens an MI set as the workbench does, puts one program into a program slot
+// and drives it through the same run controller (run mode, every breakpoint continued) until
+// it ends, then prints every qubit's Qx, Qy, Qz.
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+#include "mi/mi_file.h"
+#include "miset/qubits_file.h"
+#include "platform/appdir.h"
+#include "platform/dialogs.h"
+#include "program/program_file.h"
+#include "run/run_controller.h"
+#include "workspace/errors.h"
+#include "workspace/numbers.h"
+#include "workspace/paths.h"
+#include "workspace/workspace.h"
+
+namespace orvex::cli {
+
+namespace {
+
+enum class Format { Table, Csv, Json };
+
+struct RunOptions {
+  std::string program;
+  std::string set;
+  std::string home;
+  int granularity = 0;  // StepGranularity: 0 program, 1 main, 2 all steps
+  bool outputFiles = false;
+  Format format = Format::Table;
+};
+
+constexpr int kFailure = 2;
+
+int Fail(const std::string& message) {
+  std::fprintf(stderr, "orvex-cli run: %s\n", message.c_str());
+  return kFailure;
+}
+
+// Parses "--name value" and "--name=value" options; nullopt with `error` set on bad input.
+std::optional<RunOptions> ParseRunOptions(const Args& args, std::string& error) {
+  RunOptions options;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    std::string arg = args[i];
+    std::optional<std::string> inlineValue;
+    if (arg.rfind("--", 0) == 0) {
+      if (auto eq = arg.find('='); eq != std::string::npos) {
+        inlineValue = arg.substr(eq + 1);
+        arg.erase(eq);
+      }
+    }
+    auto value = [&]() -> std::optional<std::string> {
+      if (inlineValue) return inlineValue;
+      if (i + 1 < args.size()) return args[++i];
+      error = "option " + arg + " needs a value";
+      return std::nullopt;
+    };
+    if (arg == "--set" || arg == "--home" || arg == "--step" || arg == "--format") {
+      auto v = value();
+      if (!v) return std::nullopt;
+      if (arg == "--set") {
+        options.set = *v;
+      } else if (arg == "--home") {
+        options.home = *v;
+      } else if (arg == "--step") {
+        if (*v == "program") options.granularity = 0;
+        else if (*v == "main") options.granularity = 1;
+        else if (*v == "all") options.granularity = 2;
+        else { error = "--step takes program, main or all, not '" + *v + "'"; return std::nullopt; }
+      } else {
+        if (*v == "table") options.format = Format::Table;
+        else if (*v == "csv") options.format = Format::Csv;
+        else if (*v == "json") options.format = Format::Json;
+        else { error = "--format takes table, csv or json, not '" + *v + "'"; return std::nullopt; }
+      }
+    } else if (arg == "--output-files" && !inlineValue) {
+      options.outputFiles = true;
+    } else if (arg.rfind("--", 0) == 0) {
+      error = "unknown option " + arg;
+      return std::nullopt;
+    } else if (options.program.empty()) {
+      options.program = arg;
+    } else {
+      error = "more than one program given ('" + options.program + "', '" + arg + "')";
+      return std::nullopt;
+    }
+  }
+  if (options.program.empty()) error = "no program given";
+  else if (options.set.empty()) error = "no MI set given (--set NAME)";
+  if (!error.empty()) return std::nullopt;
+  return options;
+}
+
+std::string WithSlash(std::string dir) {
+  if (!dir.empty() && dir.back() != '/') dir += '/';
+  return dir;
+}
+
+std::string Absolute(const std::string& path) {
+  if (!path.empty() && path[0] == '/') return path;
+  char cwd[4096];
+  if (!getcwd(cwd, sizeof cwd)) return path;
+  return WithSlash(cwd) + path;
+}
+
+std::string Lines(std::string text) {
+  for (char& c : text)
+    if (c == platform::CR) c = '\n';
+  return text;
+}
+
+// Message boxes become lines on standard error; a critical one means the run failed.
+class CliDialogs : public platform::DialogHandler {
+public:
+  explicit CliDialogs(const Workspace& ws) : ws_(ws), previous_(platform::CurrentDialogHandler()) {
+    platform::SetDialogHandler(this);
+  }
+  ~CliDialogs() override { platform::SetDialogHandler(previous_); }
+
+  platform::Answer message(const std::string& text, platform::Icon icon, platform::Buttons buttons,
+                           const std::string& detail) override {
+    if (icon == platform::Icon::Critical) failed = true;
+    if (text.empty())
+      std::fprintf(stderr, "engine error %d\n", static_cast<int>(ws_.EngineError));
+    else
+      std::fprintf(stderr, "%s\n", Lines(text).c_str());
+    if (!detail.empty()) std::fprintf(stderr, "reason: %s\n", detail.c_str());
+    switch (buttons) {
+      case platform::Buttons::YesNo:
+      case platform::Buttons::YesNoCancel: return platform::Answer::Yes;
+      default: return platform::Answer::OK;
+    }
+  }
+  std::optional<std::string> chooseFile(const platform::FileRequest&) override {
+    return std::nullopt;
+  }
+
+  bool failed = false;
+
+private:
+  const Workspace& ws_;
+  platform::DialogHandler* previous_;
+};
+
+// Progress on standard error while the engine works, only when that is a terminal.
+class CliRunUi : public RunUi {
+public:
+  CliRunUi() : tty_(isatty(STDERR_FILENO) == 1) {}
+  ~CliRunUi() override { clear(); }
+
+  void processEvents() override {
+    ++calls_;
+    if (!tty_) return;
+    auto now = std::chrono::steady_clock::now();
+    if (now - last_ < std::chrono::milliseconds(200)) return;
+    last_ = now;
+    std::fprintf(stderr, "\rrunning ... %ld engine calls", calls_);
+    shown_ = true;
+  }
+  void clear() {
+    if (shown_) std::fprintf(stderr, "\r%60s\r", "");
+    shown_ = false;
+  }
+
+private:
+  bool tty_;
+  bool shown_ = false;
+  long calls_ = 0;
+  std::chrono::steady_clock::time_point last_{};
+};
+
+// Reads the set's MIs and callable programs into the table as the workbench does on opening.
+void LoadSet(Workspace& ws) {
+  ReadQubitsFile(ws);
+  for (const std::string& name : ListFiles(ws.MISetPath, ".MI")) {
+    if (ws.MICount >= kMaxMIs) ThrowSubscriptOutOfRange();
+    const int n = ++ws.MICount;
+    MicroInstruction& mi = ws.MITable(n);
+    mi = MicroInstruction{};
+    mi.InUse = true;
+    mi.Name = name;
+    try {
+      ReadMI(ws.MISetPath + name, mi);
+    } catch (const RuntimeError& e) {
+      // The engine reads the file itself; the table only needs the name.
+      std::fprintf(stderr, "warning: %s: %s\n", name.c_str(), e.what());
+    }
+  }
+  for (const std::string& name : ListFiles(ws.MISetPath, ".MP")) {
+    if (ws.MICount >= kMaxMIs) ThrowSubscriptOutOfRange();
+    const int n = ++ws.MICount;
+    MicroInstruction& mi = ws.MITable(n);
+    mi = MicroInstruction{};
+    mi.InUse = true;
+    mi.Name = name;
+    ReadMPFile(ws.MISetPath + name, mi);
+    const std::string target = CallTarget(mi);
+    if (target.empty() || !FileExists(ws.AppDir + NormalizeSeparators(target))) {
+      std::fprintf(stderr, "warning: program file %s could not be found; %s not loaded\n",
+                   target.c_str(), name.c_str());
+      mi = MicroInstruction{};
+      --ws.MICount;
+    }
+  }
+}
+
+std::string Number(double v) {
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, "%.15g", v);
+  return buffer;
+}
+
+void PrintResult(Workspace& ws, int slot, Format format) {
+  const int n = ws.NumberOfQubits;
+  std::vector<std::array<std::string, 4>> cells;
+  for (int q = 1; q <= n; ++q)
+    cells.push_back({std::to_string(q), Number(ws.QubitX(slot, q)), Number(ws.QubitY(slot, q)),
+                     Number(ws.QubitZ(slot, q))});
+  const std::array<std::string, 4> header = {"qubit", "Qx", "Qy", "Qz"};
+  if (format == Format::Csv) {
+    std::printf("qubit,Qx,Qy,Qz\n");
+    for (auto& c : cells) std::printf("%s,%s,%s,%s\n", c[0].c_str(), c[1].c_str(), c[2].c_str(), c[3].c_str());
+  } else if (format == Format::Json) {
+    std::printf("[");
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      auto json = [](double v) { return std::isfinite(v) ? Number(v) : std::string("null"); };
+      const int q = static_cast<int>(i) + 1;
+      std::printf("%s\n  {\"qubit\": %d, \"Qx\": %s, \"Qy\": %s, \"Qz\": %s}", i ? "," : "", q,
+                  json(ws.QubitX(slot, q)).c_str(), json(ws.QubitY(slot, q)).c_str(),
+                  json(ws.QubitZ(slot, q)).c_str());
+    }
+    std::printf("\n]\n");
+  } else {
+    std::array<std::size_t, 4> width{};
+    for (int k = 0; k < 4; ++k) {
+      width[k] = header[k].size();
+      for (auto& c : cells) width[k] = std::max(width[k], c[k].size());
+    }
+    auto row = [&](const std::array<std::string, 4>& c) {
+      std::printf("%-*s", static_cast<int>(width[0]), c[0].c_str());
+      for (int k = 1; k < 4; ++k) std::printf("  %*s", static_cast<int>(width[k]), c[k].c_str());
+      std::printf("\n");
+    };
+    row(header);
+    for (auto& c : cells) row(c);
+  }
+}
+
+} // namespace
+
+int Run(const Args& args) {
+  std::string error;
+  auto parsed = ParseRunOptions(args, error);
+  if (!parsed) return Fail(error);
+  const RunOptions& options = *parsed;
+
+  std::string home = options.home;
+  if (home.empty()) {
+    const char* env = std::getenv("ORVEX_HOME");
+    home = env && *env ? env : platform::ExecutableDirectory();
+  }
+  home = WithSlash(Absolute(home));
+  if (!DirectoryExists(home)) return Fail("home directory " + home + " does not exist");
+
+  Workspace ws;
+  ws.AppDir = home;
+  CliDialogs dialogs(ws);
+  CliRunUi ui;
+  const int slot = 1;
+  try {
+    const auto setDir = FindPath(ws.AppDir, "MI/" + options.set);
+    if (!setDir || !DirectoryExists(*setDir))
+      return Fail("MI set '" + options.set + "' not found in " + ws.AppDir + "MI/");
+    ws.MISetPath = WithSlash(*setDir);
+    LoadSet(ws);
+
+    const auto program = ResolvePath(Absolute(options.program));
+    if (!program || !FileExists(*program))
+      return Fail("program file " + options.program + " not found");
+    ProgramSlot& p = ws.Program(slot);
+    p.Rows = {ProgramRow{"Start", kIconStart}};
+    for (ProgramRow& row : ReadProgramRows(*program)) p.Rows.push_back(row);
+    p.Name = RelativePath(*program, ws.AppDir);
+    p.Caption = NameWithoutExtension(FileNameOf(p.Name));
+    p.Status = "Program ready";
+
+    ws.NoOutputFiles = options.outputFiles ? 0 : 1;
+    ws.StepGranularity = options.granularity;
+    ws.AnimateQubits = 0;
+
+    int halts = 0;
+    RunProgram(ws, ui, slot, kModeRun);
+    while (!dialogs.failed && ws.RunningProgram == slot) {
+      ui.clear();
+      std::fprintf(stderr, "halted at breakpoint %d\n", ++halts);
+      RunProgram(ws, ui, slot, kModeRun);
+    }
+    ui.clear();
+  } catch (const RuntimeError& e) {
+    ui.clear();
+    return Fail(e.description() + ", errorcode: " + std::to_string(e.number()));
+  } catch (const std::exception& e) {
+    ui.clear();
+    return Fail(e.what());
+  }
+  if (dialogs.failed) return kFailure;
+  PrintResult(ws, slot, options.format);
+  return 0;
+}
+
+} // namespace orvex::cli
