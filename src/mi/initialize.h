@@ -7,8 +7,9 @@
 namespace orvex {
 
 // Takes the next free slot for a new MI (the first slot 1..MICount not in use, else MICount
-// + 1) and zeroes its data for qubits 1..NumberOfQubits. Throws the subscript error when the
-// table is full. Returns the slot.
+// + 1, raising MICount) and zeroes its data (all couplings and fields, the steps, the time
+// step, the initial state and CheckNorm; name, description and flags are the caller's).
+// Throws the subscript error when the table is full. Returns the slot.
 int NewMIRecord(Workspace& ws);
 
 // Creates "Initialize.mi" (all qubits |0>) when no slot 1..MICount is named INITIALIZE (in any

@@ -72,9 +72,21 @@ std::vector<std::string> Components(const std::string& path) {
 
 // The entry of `dir` ("" = the current directory) whose name equals `name` without regard
 // to case, as it is spelt on disk; the first in directory order wins.
+// ASCII letters compared without regard to case; other bytes must be equal.
+bool SameIgnoringCase(const char* a, const std::string& b) {
+  std::size_t i = 0;
+  for (; a[i] != '\0'; ++i) {
+    if (i >= b.size()) return false;
+    char x = a[i], y = b[i];
+    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
+    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
+    if (x != y) return false;
+  }
+  return i == b.size();
+}
+
 std::optional<std::string> FindEntry(const std::string& dir, const std::string& name) {
   if (name == "." || name == "..") return name;
-  const std::string wanted = Lower(name);
   DIR* d = ::opendir(dir.empty() ? "." : dir.c_str());
   if (!d) {
     // An unlistable directory may still let us reach an entry spelt exactly.
@@ -84,10 +96,8 @@ std::optional<std::string> FindEntry(const std::string& dir, const std::string& 
   }
   std::optional<std::string> found;
   while (dirent* e = ::readdir(d)) {
-    std::string entry = e->d_name;
-    if (entry == "." || entry == "..") continue;
-    if (Lower(entry) == wanted) {
-      found = entry;
+    if (SameIgnoringCase(e->d_name, name)) {
+      found = std::string(e->d_name);
       break;
     }
   }
