@@ -41,7 +41,7 @@ Vec3 LabelledAxis(char axis);
 // A camera looking at the sphere's centre from a fixed direction with a mild perspective.
 // View coordinates keep x right and y down on the screen; z is the depth, larger is farther.
 struct SceneCamera {
-  double yawDegrees = -112;   // turn about the vertical axis: x comes towards the viewer
+  double yawDegrees = -128;   // turn about the vertical axis: x comes towards the viewer
   double pitchDegrees = 22;   // look down a little, so the equator is an ellipse
   double distance = 48;       // from the camera to the centre, in scene units
 

@@ -1,0 +1,114 @@
+// The program editor's qubit boxes and the "Color table" legend, read back from pixels.
+#include <gtest/gtest.h>
+
+#include <QImage>
+#include <QSignalSpy>
+#include <QTest>
+
+#include "view/gui/colors.h"
+#include "view/gui/qubit_stripes.h"
+#include "view/qubit_color.h"
+
+namespace orvex {
+namespace {
+
+::testing::AssertionResult PixelIs(const QImage& img, int x, int y, int r, int g, int b) {
+  const QColor c = img.pixelColor(x, y);
+  if (c.red() == r && c.green() == g && c.blue() == b) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "pixel (" << x << ", " << y << ") is (" << c.red()
+                                       << ", " << c.green() << ", " << c.blue() << "), expected ("
+                                       << r << ", " << g << ", " << b << ")";
+}
+
+TEST(QubitStripes, ThreeStripesInScaleColoursWithBlackSeparators) {
+  // h = 10: x on rows 0..9, separator on 10, y on 11..19, separator on 20, z on 21..29.
+  const QImage img = QubitStripesPixmap(QSize(40, 30), 1.0, 0.5, 0.0).toImage();
+  for (int x : {0, 20, 39}) {
+    for (int row : {0, 5, 9}) EXPECT_TRUE(PixelIs(img, x, row, 255, 0, 0));
+    EXPECT_TRUE(PixelIs(img, x, 10, 0, 0, 0));
+    for (int row : {11, 15, 19}) EXPECT_TRUE(PixelIs(img, x, row, 180, 180, 0));
+    EXPECT_TRUE(PixelIs(img, x, 20, 0, 0, 0));
+    for (int row : {21, 25, 29}) EXPECT_TRUE(PixelIs(img, x, row, 0, 255, 0));
+  }
+}
+
+TEST(QubitStripes, OrderIsXYZFromTopAndOutOfRangeIsClamped) {
+  const QImage img = QubitStripesPixmap(QSize(12, 31), 0.25, -2.0, 9.0).toImage();
+  const RGBColor quarter = QubitColor(0.25);
+  EXPECT_TRUE(PixelIs(img, 3, 2, RedOf(quarter), GreenOf(quarter), 0));
+  EXPECT_TRUE(PixelIs(img, 3, 15, 0, 255, 0));
+  EXPECT_TRUE(PixelIs(img, 3, 30, 255, 0, 0));  // the leftover row belongs to z
+}
+
+TEST(QubitBox, ValuesSetToolTipAndPaint) {
+  QubitBox box;
+  box.resize(36, 30);
+  box.setValues(1, 0, 0.5);
+  EXPECT_EQ(box.toolTip(), QStringLiteral("x = 1.000 ,y = 0.000 ,z = 0.500"));
+  const QImage img = box.grab().toImage();
+  ASSERT_EQ(img.width(), 36);
+  EXPECT_TRUE(PixelIs(img, 18, 4, 255, 0, 0));
+  EXPECT_TRUE(PixelIs(img, 18, 15, 0, 255, 0));
+  EXPECT_TRUE(PixelIs(img, 18, 25, 180, 180, 0));
+  EXPECT_TRUE(PixelIs(img, 18, 10, 0, 0, 0));
+}
+
+TEST(QubitBox, ALeftClickIsReported) {
+  QubitBox box;
+  box.resize(30, 30);
+  box.show();
+  QSignalSpy spy(&box, &QubitBox::clicked);
+  QTest::mouseClick(&box, Qt::LeftButton);
+  EXPECT_EQ(spy.count(), 1);
+  QTest::mouseClick(&box, Qt::RightButton);
+  EXPECT_EQ(spy.count(), 1);
+}
+
+// Pixels of the (white) digit in a rectangle.
+int WhitePixels(const QImage& img, const QRect& r) {
+  int n = 0;
+  for (int y = r.top(); y <= r.bottom(); ++y)
+    for (int x = r.left(); x <= r.right(); ++x) {
+      const QColor c = img.pixelColor(x, y);
+      if (c.red() > 200 && c.green() > 200 && c.blue() > 200) ++n;
+    }
+  return n;
+}
+
+TEST(ColorTable, RedOnTopGreenAtTheBottomDigitsInWhite) {
+  Colors colors;
+  EXPECT_EQ(colors.windowTitle(), QStringLiteral("Color table"));
+  colors.resize(100, 260);
+  const QImage img = colors.legend().toImage();
+  ASSERT_EQ(img.size(), QSize(100, 260));
+  EXPECT_TRUE(PixelIs(img, 2, 0, 255, 0, 0));
+  EXPECT_TRUE(PixelIs(img, 2, 259, 0, 255, 0));
+  EXPECT_TRUE(PixelIs(img, 97, 130, 180, 180, 0));  // the middle is 0.5
+  // Red falls and green rises from top to bottom.
+  for (int y = 1; y < 260; ++y) {
+    EXPECT_LE(img.pixelColor(2, y).red(), img.pixelColor(2, y - 1).red()) << y;
+    EXPECT_GE(img.pixelColor(2, y).green(), img.pixelColor(2, y - 1).green()) << y;
+  }
+  // "1" at top centre, "0" at bottom centre, nothing white in the corners.
+  EXPECT_GT(WhitePixels(img, QRect(35, 0, 30, 20)), 5);
+  EXPECT_GT(WhitePixels(img, QRect(35, 240, 30, 20)), 5);
+  EXPECT_EQ(WhitePixels(img, QRect(0, 0, 25, 20)), 0);
+  EXPECT_EQ(WhitePixels(img, QRect(75, 240, 25, 20)), 0);
+  EXPECT_EQ(WhitePixels(img, QRect(0, 100, 100, 60)), 0);
+}
+
+TEST(ColorTable, FillsATallWindowWithoutGaps) {
+  Colors colors;
+  colors.resize(40, 2500);
+  const QImage img = colors.legend().toImage();
+  ASSERT_EQ(img.height(), 2500);
+  for (int y = 0; y < 2500; ++y) {
+    const QColor c = img.pixelColor(0, y);
+    ASSERT_GT(c.red() + c.green(), 200) << "unpainted row " << y;
+  }
+  EXPECT_TRUE(PixelIs(img, 0, 0, 255, 0, 0));
+  EXPECT_TRUE(PixelIs(img, 0, 2499, 0, 255, 0));
+}
+
+} // namespace
+} // namespace orvex
