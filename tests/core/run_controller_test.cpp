@@ -1,0 +1,332 @@
+// The run controller against the stand-in engine: start, breakpoints, steps, the step history,
+// finish, reset, engine errors and refusals.
+#include "run/run_controller.h"
+
+#include <gtest/gtest.h>
+
+#include "run/run_commands.h"
+#include "run_fixture.h"
+
+namespace orvex::test {
+namespace {
+
+using platform::Answer;
+using platform::Icon;
+
+class RunControllerTest : public RunFixture {};
+
+TEST_F(RunControllerTest, StartHaltsAtBreakpointAndContinuesToTheEnd) {
+  dir.write("app/progs/OLD.mi", "stale");
+  dir.write("app/progs/x.Mp", "stale");
+  // Two calls to the breakpoint (the first asks to be called again), then one to the end.
+  Script("0 1 1 0  .1 .2 .3  .4 .5 .6\n"
+         "0 1 0 0  .5 .5 .5  .6 .6 .6\n"
+         "0 0 0 0  1 0 0  0 1 0\n");
+  ws.QubitX(1, 1) = 0.25;
+
+  RunProgram(ws, ui, 1, kModeRun);
+
+  auto calls = Calls();
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_TRUE(Has(calls[0], "progress=1 runMode=0 noOutputFiles=1 entry=-1 flags=0,0,0,0"))
+      << calls[0];
+  EXPECT_TRUE(Has(calls[0], "q1=0,0,0"));  // ordinary calls pass EngineX/Y/Z
+  EXPECT_TRUE(Has(calls[0], "name=main.kvp cwd=" + app + "progs")) << calls[0];
+  EXPECT_TRUE(Has(calls[1], "entry=0 flags=1,0,0,0")) << calls[1];
+  EXPECT_EQ(ws.EngineProgramName, "main.kvp" + std::string(24, ' '));
+
+  EXPECT_FALSE(dir.exists("app/progs/OLD.mi"));
+  EXPECT_FALSE(dir.exists("app/progs/x.Mp"));
+  EXPECT_EQ(dir.read("app/progs/A.MI"), "mi a\r\n");
+  EXPECT_EQ(ws.RunningProgram, 1);
+  EXPECT_FALSE(ws.EngineBusy);
+  EXPECT_EQ(ws.Program(1).Status, "Program halted");
+  EXPECT_EQ(ws.Program(1).CurrentRow, 3);  // the breakpoint row
+  EXPECT_EQ(ws.CurrentStep(1), 1);
+  EXPECT_EQ(ws.ProgramQubits(1), 2);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .5);
+  EXPECT_DOUBLE_EQ(ws.QubitZ(1, 2), .6);
+  EXPECT_EQ(ui.count("disable 1"), 1);
+  EXPECT_EQ(ui.count("enable 1"), 0);
+  EXPECT_EQ(ui.eventPumps, 2);
+  EXPECT_EQ(ui.events.back(), "display 1");
+
+  // Continuing keeps the run directory as it is.
+  dir.write("app/progs/added.MI", "kept");
+  RunProgram(ws, ui, 1, kModeRun);
+
+  calls = Calls();
+  ASSERT_EQ(calls.size(), 3u);
+  EXPECT_TRUE(Has(calls[2], "progress=1 runMode=0 noOutputFiles=1 entry=0 flags=0,0,0,0"))
+      << calls[2];
+  EXPECT_EQ(dir.read("app/progs/added.MI"), "kept");
+  EXPECT_EQ(ws.Program(1).Status, "Program has finished");
+  EXPECT_EQ(ws.Program(1).CurrentRow, -1);
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(ws.CurrentStep(1), -1);
+  EXPECT_EQ(ws.EngineEntry[0], -1);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), 1);
+  EXPECT_DOUBLE_EQ(ws.QubitY(1, 2), 1);
+  EXPECT_EQ(ui.count("disable 1"), 2);
+  EXPECT_EQ(ui.count("enable 1"), 1);
+  EXPECT_TRUE(dialogs.shown.empty());
+
+  // A finished program starts from the beginning again, in a freshly prepared directory.
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_TRUE(Has(Calls().back(), "entry=-1")) << Calls().back();
+  EXPECT_FALSE(dir.exists("app/progs/added.MI"));
+}
+
+TEST_F(RunControllerTest, StepsAreRecordedAndBackRestoresThem) {
+  Script("0 1 0 0  .1 0 0  0 0 0\n"
+         "0 1 0 0  .2 0 0  0 0 0\n"
+         "0 1 0 0  .3 0 0  0 0 0\n"
+         "0 1 0 0  .4 0 0  0 0 0\n");
+  ws.QubitX(1, 1) = 0.75;  // the state shown before the run
+
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 1);  // INITIALIZE
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 2);  // A
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 4);  // B: a breakpoint is never a step
+  EXPECT_EQ(ws.CurrentStep(1), 3);
+  EXPECT_EQ(RecordedSteps(ws), 4);
+  for (auto& call : Calls()) EXPECT_TRUE(Has(call, "runMode=1")) << call;
+  EXPECT_EQ(ui.count("disable 1"), 3);
+
+  const auto callsBefore = Calls().size();
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.CurrentStep(1), 2);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .2);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 2);
+  StepBack(ws, ui, 1);
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.CurrentStep(1), 0);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .75);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 0);
+  EXPECT_EQ(dialogs.beeps, 0);
+  StepBack(ws, ui, 1);  // nothing before the start
+  EXPECT_EQ(dialogs.beeps, 1);
+  EXPECT_EQ(ws.CurrentStep(1), 0);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .75);
+  EXPECT_EQ(Calls().size(), callsBefore);  // Back never calls the engine
+  EXPECT_EQ(ws.RunningProgram, 1);
+  EXPECT_EQ(ws.Program(1).Status, "Program halted");
+
+  // The engine goes on from where it stopped: the next step follows the last recorded one.
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.CurrentStep(1), 4);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .4);
+  EXPECT_EQ(ws.Program(1).CurrentRow, -1);  // no MI row after B
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(RunControllerTest, GranularityIsSetOnlyWhenStartingFromIdle) {
+  Script("0 1 0 0\n0 1 0 0\n0 0 0 0\n0 1 0 0\n");
+  ws.StepGranularity = 1;
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_TRUE(Has(Calls()[0], "flags=0,0,0,-1")) << Calls()[0];
+  EXPECT_EQ(ws.Program(1).CurrentRow, -1);  // main steps: the row cannot be told
+  ws.StepGranularity = 2;  // takes effect at the next start from idle
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_TRUE(Has(Calls()[1], "flags=0,0,0,-1")) << Calls()[1];
+  RunProgram(ws, ui, 1, kModeRun);  // ends
+  ASSERT_EQ(ws.RunningProgram, -1);
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_TRUE(Has(Calls()[3], "entry=-1 flags=0,0,0,1")) << Calls()[3];
+}
+
+// Takes a snapshot of the engine's call log whenever a message box is shown.
+class LogAtMessage : public ScriptedDialogs {
+public:
+  explicit LogAtMessage(const TempDir& dir) : dir_(dir) {}
+  platform::Answer message(const std::string& text, platform::Icon icon,
+                           platform::Buttons buttons, const std::string& detail) override {
+    logAtMessage = SplitLines(dir_.read("calls.log"));
+    return ScriptedDialogs::message(text, icon, buttons, detail);
+  }
+  std::vector<std::string> logAtMessage;
+
+private:
+  const TempDir& dir_;
+};
+
+TEST_F(RunControllerTest, EngineErrorMakesTheCleanUpCallBeforeTheMessage) {
+  Script("-1001 1 0 0 | MI file NOPE.MI does not exist\n");
+  LogAtMessage recorder(dir);
+  recorder.answer(Answer::OK);
+  ws.QubitX(1, 1) = 0.5;
+
+  RunProgram(ws, ui, 1, kModeRun);
+
+  ASSERT_EQ(recorder.shown.size(), 1u);
+  EXPECT_EQ(recorder.shown[0].text, "Micro instruction or program file cannot be found.");
+  EXPECT_EQ(recorder.shown[0].icon, Icon::Critical);
+  EXPECT_EQ(recorder.shown[0].detail, "MI file NOPE.MI does not exist");
+  ASSERT_EQ(recorder.logAtMessage.size(), 2u);
+  EXPECT_TRUE(Has(recorder.logAtMessage[1], "status=0 progress=1 runMode=0 noOutputFiles=1 "
+                                            "entry=-2 flags=0,0,0,0"))
+      << recorder.logAtMessage[1];
+  EXPECT_EQ(Calls().size(), 2u);
+  // The clean-up abandoned the run: the program is idle and can start again.
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(ws.CurrentStep(1), -1);
+  EXPECT_EQ(ws.Program(1).Status, "Program ready");
+  EXPECT_EQ(ui.count("enable 1"), 1);
+  EXPECT_FALSE(ws.EngineBusy);
+}
+
+TEST_F(RunControllerTest, UnknownEngineCodeStillShowsACriticalBox) {
+  Script("-777 0 0 0\n");
+  dialogs.answer(Answer::OK);
+  RunProgram(ws, ui, 1, kModeRun);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "");
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
+}
+
+TEST_F(RunControllerTest, AnotherProgramIsRefusedWhileOneIsHalted) {
+  dir.write("app/progs/other.kvp", "!Quantum program progs/other.kvp\r\n@A.MI\r\n");
+  SetProgram(2, "progs/other.kvp", {{"Start", kIconStart}, {"A", kIconMI}});
+  Script("0 1 0 0\n0 1 0 0\n");
+  RunProgram(ws, ui, 1, kModeRun);
+  ASSERT_EQ(ws.RunningProgram, 1);
+
+  dialogs.answer(Answer::OK);
+  dialogs.answer(Answer::OK);
+  RunProgram(ws, ui, 2, kModeRun);
+  StepBack(ws, ui, 2);
+  EXPECT_EQ(dialogs.messages(),
+            (std::vector<std::string>{
+                "Another quantum program is currently running,\runable to start program!",
+                "Cannot step back, start this Quantum Program and try again"}));
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
+  EXPECT_EQ(dialogs.shown[1].icon, Icon::Critical);
+  EXPECT_EQ(Calls().size(), 1u);
+  EXPECT_EQ(ws.Program(2).Status, "Program ready");
+
+  // Reset enables the commands before it calls the engine.
+  std::size_t callsAtEnable = 0;
+  ui.onEnable = [&](bool enabled) { if (enabled) callsAtEnable = Calls().size(); };
+  const auto before = Calls().size();
+  ResetProgram(ws, ui, 1);
+  EXPECT_EQ(callsAtEnable, before);
+  ASSERT_EQ(Calls().size(), before + 1);
+  EXPECT_TRUE(Has(Calls().back(), "entry=-2 flags=0,0,0,0 ")) << Calls().back();
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(ws.EngineEntry[0], -1);
+  EXPECT_EQ(ws.CurrentStep(1), -1);
+  EXPECT_EQ(ws.ProgramQubits(1), 0);
+  EXPECT_EQ(ws.Program(1).Status, "Program reset");
+  EXPECT_EQ(ws.Program(1).CurrentRow, -1);
+  EXPECT_EQ(ui.count("refresh qubit window"), 1);
+
+  // Now program 2 may run; it is prepared in the same directory and starts from its beginning.
+  RunProgram(ws, ui, 2, kModeRun);
+  EXPECT_TRUE(Has(Calls().back(), "entry=-1 flags=0,0,0,0 q1=0,0,0 name=other.kvp"))
+      << Calls().back();
+  EXPECT_EQ(ws.RunningProgram, 2);
+}
+
+TEST_F(RunControllerTest, MissingEngineLibraryIsAnExecutionError) {
+  setenv("ORVEX_ENGINE", (dir.path() + "no-such-engine.so").c_str(), 1);
+  dialogs.answer(Answer::OK);
+  RunProgram(ws, ui, 1, kModeRun);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  const std::string& text = dialogs.shown[0].text;
+  EXPECT_EQ(text.rfind("An error occurred during execution.\rError in loading DLL " + dir.path() +
+                           "no-such-engine.so",
+                       0),
+            0u)
+      << text;
+  const std::string tail = ", errorcode: 48";
+  EXPECT_TRUE(text.size() > tail.size() && text.substr(text.size() - tail.size()) == tail) << text;
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(ui.count("disable 1"), 1);
+  EXPECT_EQ(ui.count("enable 1"), 1);
+}
+
+TEST_F(RunControllerTest, AnUnsavedProgramIsSavedFirst) {
+  ws.Program(1).Name = "New";
+  dialogs.file(std::nullopt);  // the save is cancelled: nothing runs
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_TRUE(Calls().empty());
+  EXPECT_EQ(ws.RunningProgram, -1);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "Save program as");
+
+  Script("0 0 0 0\n");
+  ws.Program(1).Name = "progs/main.kvp";
+  ws.Program(1).Changed = true;
+  ws.Program(1).Rows.pop_back();  // B removed, not saved yet
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_EQ(dir.read("app/progs/main.kvp"),
+            "!Quantum program progs/main.kvp\r\n@INITIALIZE.MI\r\n@A.MI\r\n!BREAKPOINT\r\n");
+  EXPECT_FALSE(ws.Program(1).Changed);
+  EXPECT_EQ(Calls().size(), 1u);
+}
+
+TEST_F(RunControllerTest, AnimationCopiesEveryCallIntoTheDisplay) {
+  Script("0 1 1 0  .1 .2 .3  0 0 0\n0 1 1 0  .2 .2 .3  0 0 0\n0 0 0 0  .3 .2 .3  0 0 0\n");
+  ws.AnimateQubits = 1;
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_EQ(ui.frames, 3);
+  EXPECT_EQ(ui.count("display 1"), 4);  // three animated calls and the final update
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .3);
+}
+
+TEST_F(RunControllerTest, ResetFromInsideTheCallLoopEndsTheRun) {
+  Script("0 1 1 0\n0 1 1 0\n0 1 1 0\n0 0 0 0\n");
+  struct ResettingUi : RecordingUi {
+    Workspace* ws = nullptr;
+    void processEvents() override {
+      if (++eventPumps == 2) ResetProgram(*ws, *this, 1);
+    }
+  } resetting;
+  resetting.ws = &ws;
+  RunProgram(ws, resetting, 1, kModeRun);
+  auto calls = Calls();
+  ASSERT_EQ(calls.size(), 3u);  // two ordinary calls and the reset call
+  EXPECT_TRUE(Has(calls[2], "entry=-2")) << calls[2];
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_FALSE(ws.EngineBusy);
+  EXPECT_EQ(ws.Program(1).Status, "Program reset");
+}
+
+TEST(RunCommands, TheEnablingRule) {
+  const RunCommandStates idle = RunCommandStatesFor(true);
+  const RunCommandStates running = RunCommandStatesFor(false);
+  for (auto* s : {&idle, &running}) {
+    const bool on = s == &idle;
+    EXPECT_EQ(s->FileMenu, on);
+    EXPECT_EQ(s->SettingsMenu, on);
+    EXPECT_EQ(s->WindowMenu, on);
+    EXPECT_EQ(s->ToolsMenu, on);
+    EXPECT_EQ(s->HelpMenu, on);
+    EXPECT_EQ(s->SizeItems, on);
+    EXPECT_EQ(s->StepItems, on);
+    EXPECT_EQ(s->MainToolbar, on);
+    EXPECT_EQ(s->MIListWindow, on);
+    EXPECT_EQ(s->MIListToolbar, on);
+    EXPECT_EQ(s->BackItem, !on);
+    EXPECT_EQ(s->EditorButtons[kButtonClear], on);
+    EXPECT_EQ(s->EditorButtons[kButtonSave], on);
+    EXPECT_EQ(s->EditorButtons[kButtonUpdateMI], on);
+    // The controls a halted run needs stay available.
+    EXPECT_TRUE(s->EditorButtons[kButtonRun]);
+    EXPECT_TRUE(s->EditorButtons[kButtonStep]);
+    EXPECT_TRUE(s->EditorButtons[kButtonBack]);
+    EXPECT_TRUE(s->EditorButtons[kButtonRemove]);
+  }
+  EXPECT_STREQ(kEditorButtonTips[kButtonRemove], "Remove MI");
+}
+
+TEST(EngineProgramName, IsTheFileNamePaddedAndCut) {
+  EXPECT_EQ(EngineProgramNameFor("progs\\grover.kvp"), "grover.kvp" + std::string(22, ' '));
+  EXPECT_EQ(EngineProgramNameFor(std::string(40, 'a') + ".kvp"), std::string(32, 'a'));
+}
+
+} // namespace
+} // namespace orvex::test
