@@ -8,11 +8,14 @@
 #include "workspace/paths.h"
 
 namespace orvex {
+namespace {
+constexpr const char* kAddProgramFilter = "Quantum Program (*.KVP)|*.KVP|All files (*.*)|*.*";
+} // namespace
 
 int AddQuantumProgram(Workspace& ws, MISetUi& ui) {
   platform::FileRequest request;
   request.title = "Add Quantum Program";
-  request.filter = kProgramFilter;
+  request.filter = kAddProgramFilter;
   request.directory = ws.FileDialogDir;
   const std::optional<std::string> chosen = platform::ChooseFile(request);
   if (!chosen || chosen->empty()) return 0;

@@ -6,8 +6,6 @@
 
 namespace orvex {
 
-inline constexpr const char* kProgramFilter = "Quantum Program (*.KVP)|*.KVP|All files (*.*)|*.*";
-
 // AddQuantumProgram: the file dialog "Add Quantum Program", the already-added check, the
 // record, the ".MP" file and the refreshed list. Returns the new slot, 0 when nothing added.
 int AddQuantumProgram(Workspace& ws, MISetUi& ui);

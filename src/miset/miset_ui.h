@@ -28,6 +28,9 @@ public:
   virtual std::optional<int> chooseSet(const std::vector<std::string>& names, int preselected);
   // The modal name prompt with the given caption; "" when cancelled.
   virtual std::string askSetName(const std::string& caption);
+  // The modal qubit-count window, opened on `current`: the chosen number (2..32), nullopt
+  // for Cancel.
+  virtual std::optional<int> chooseQubitCount(int current);
   virtual void arrangeWindows() {}
   // Opens the program a callable-program row names (its path relative to the app directory).
   virtual void openCallableProgram(const std::string& relativePath);

@@ -58,4 +58,9 @@ bool SetQubits(Workspace& ws, MISetUi& ui, int n) {
   return true;
 }
 
+bool ChangeQubitCount(Workspace& ws, MISetUi& ui) {
+  const std::optional<int> n = ui.chooseQubitCount(ws.NumberOfQubits);
+  return n && SetQubits(ws, ui, *n);
+}
+
 } // namespace orvex

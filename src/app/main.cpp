@@ -1,0 +1,42 @@
+// The workbench: the application directory, the Qt dialogs, the main window and the first
+// MI set.
+#include <QApplication>
+
+#include "app/main0.h"
+#include "miset/miset_ui.h"
+#include "platform/appdir.h"
+#include "platform/gui/qt_dialogs.h"
+#include "workspace/errors.h"
+
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  QApplication::setApplicationName(QStringLiteral("Orvex"));
+
+  std::vector<std::string> args;
+  for (int i = 1; i < argc; ++i) args.emplace_back(argv[i]);
+  const orvex::platform::AppDirOptions options = orvex::platform::ParseAppDirOptions(args);
+
+  orvex::platform::QtDialogHandler dialogs;
+  orvex::platform::SetDialogHandler(&dialogs);
+
+  orvex::Workspace ws;
+  try {
+    ws.AppDir = orvex::platform::ResolveAppDir(options.home, orvex::platform::ExecutableDirectory());
+  } catch (const orvex::RuntimeError& e) {
+    orvex::ReportRuntimeError(e);
+    return 1;
+  }
+
+  int result = 0;
+  {
+    orvex::Main0 main0(ws);
+    dialogs.setParent(&main0);
+    main0.setProgramArguments(options.positional);
+    main0.show();
+    main0.startUp();
+    result = QApplication::exec();
+    dialogs.setParent(nullptr);
+  }
+  orvex::platform::SetDialogHandler(nullptr);
+  return result;
+}
