@@ -122,8 +122,9 @@ void ReadProgramFile(Workspace& ws, const std::string& path, int slot) {
 
 bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask) {
   ProgramSlot& program = ws.Program(slot);
+  std::optional<std::string> chosen;
   if (Lower(program.Name) == "new" || ask) {
-    auto chosen = AskProgramFile(ws, "Save program as", true);
+    chosen = AskProgramFile(ws, "Save program as", true);
     if (!chosen) return false;
     const std::string name = RelativePath(*chosen, ws.AppDir);
     if (SlotHolding(ws, name, slot)) {
@@ -134,16 +135,18 @@ bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask) {
     }
     program.Name = name;
   }
-  const std::string directory = ws.AppDir + NormalizeSeparators(DirectoryOf(program.Name));
-  if (!FileExists(ws.AppDir + NormalizeSeparators(program.Name)) &&
-      !DirectoryExists(directory) && !EnsureDirectory(directory)) {
+  // The stored name is lower case; a file chosen in the dialog keeps the case it was given.
+  const std::string target = chosen ? *chosen : ProgramFilePath(ws, program.Name);
+  const std::string directory = DirectoryOf(target);
+  if (!FileExists(target) && !directory.empty() && !DirectoryExists(directory) &&
+      !EnsureDirectory(directory)) {
     platform::MsgBox("Failed to create (sub)directory!", platform::Icon::Critical);
     program.Name = "New";
     ui.programChanged(slot);
     return false;
   }
   program.Caption = CaptionOf(program.Name);
-  WriteProgramFile(ProgramFilePath(ws, program.Name), program.Name, program.Rows);
+  WriteProgramFile(target, program.Name, program.Rows);
   program.Changed = false;
   ui.programChanged(slot);
   return true;
@@ -158,8 +161,19 @@ bool SaveProgramAs(Workspace& ws, ProgramUi& ui, int slot) {
     platform::MsgBox("Cannot save to an open program", platform::Icon::Critical);
     return false;
   }
-  ws.Program(slot).Name = name;
-  return SaveProgram(ws, ui, slot, false);
+  ProgramSlot& program = ws.Program(slot);
+  const std::string directory = DirectoryOf(*chosen);
+  if (!FileExists(*chosen) && !directory.empty() && !DirectoryExists(directory) &&
+      !EnsureDirectory(directory)) {
+    platform::MsgBox("Failed to create (sub)directory!", platform::Icon::Critical);
+    return false;
+  }
+  program.Name = name;
+  program.Caption = CaptionOf(name);
+  WriteProgramFile(*chosen, program.Name, program.Rows);
+  program.Changed = false;
+  ui.programChanged(slot);
+  return true;
 }
 
 void SaveAllPrograms(Workspace& ws, ProgramUi& ui) {
