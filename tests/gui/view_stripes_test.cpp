@@ -8,6 +8,7 @@
 #include "view/gui/colors.h"
 #include "view/gui/qubit_stripes.h"
 #include "view/qubit_color.h"
+#include "workspace/workspace.h"
 
 namespace orvex {
 namespace {
@@ -62,6 +63,25 @@ TEST(QubitBox, ALeftClickIsReported) {
   EXPECT_EQ(spy.count(), 1);
   QTest::mouseClick(&box, Qt::RightButton);
   EXPECT_EQ(spy.count(), 1);
+}
+
+TEST(QubitBox, ProgramRefreshTakesTheSlotsValues) {
+  Workspace ws;
+  ws.ProgramQubits(3) = 2;
+  ws.QubitX(3, 1) = 1;
+  ws.QubitY(3, 1) = 0;
+  ws.QubitZ(3, 1) = 0.5;
+  ws.QubitX(3, 2) = 0.25;
+  ws.QubitX(2, 1) = 0.75;  // another program's value
+  QubitBox a, b, c;
+  c.setValues(0.1, 0.2, 0.3);
+  UpdateQubitBoxes(ws, 3, {&a, &b, &c});
+  EXPECT_EQ(a.toolTip(), QStringLiteral("x = 1.000 ,y = 0.000 ,z = 0.500"));
+  EXPECT_DOUBLE_EQ(b.x(), 0.25);
+  EXPECT_DOUBLE_EQ(c.x(), 0.1);  // beyond the program's qubits: untouched
+  ws.ProgramQubits(3) = 0;       // after a reset nothing is painted
+  UpdateQubitBoxes(ws, 3, {&a});
+  EXPECT_DOUBLE_EQ(a.x(), 1);
 }
 
 // Pixels of the (white) digit in a rectangle.

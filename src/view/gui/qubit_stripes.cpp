@@ -4,8 +4,11 @@
 #include <QMouseEvent>
 #include <QPainter>
 
+#include <algorithm>
+
 #include "view/qubit_color.h"
 #include "view/qubit_display.h"
+#include "workspace/workspace.h"
 
 namespace orvex {
 namespace {
@@ -64,6 +67,14 @@ void QubitBox::paintEvent(QPaintEvent*) {
 void QubitBox::mousePressEvent(QMouseEvent* event) {
   if (event->button() == Qt::LeftButton) emit clicked();
   QWidget::mousePressEvent(event);
+}
+
+void UpdateQubitBoxes(Workspace& ws, int slot, const std::vector<QubitBox*>& boxes) {
+  const int n = std::min<int>(ws.ProgramQubits(slot), static_cast<int>(boxes.size()));
+  for (int q = 1; q <= n; ++q) {
+    QubitBox* box = boxes[static_cast<std::size_t>(q - 1)];
+    if (box) box->setValues(ws.QubitX(slot, q), ws.QubitY(slot, q), ws.QubitZ(slot, q));
+  }
 }
 
 } // namespace orvex

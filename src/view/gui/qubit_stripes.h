@@ -10,9 +10,13 @@
 #include <QSize>
 #include <QWidget>
 
+#include <vector>
+
 class QPainter;
 
 namespace orvex {
+
+class Workspace;
 
 // Paints the stripes into the rectangle (0, 0)-(width - 1, height - 1) of `painter`'s device:
 // x on rows 0..h, y on rows h+1..2h, z on rows 2h+1 to the bottom, black lines on rows h and
@@ -47,5 +51,10 @@ private:
   // A fresh box shows the state |0> until it is told otherwise.
   double x_ = 0.5, y_ = 0.5, z_ = 0.0;
 };
+
+// The refresh of one program's read-out after a run, step, back or reset: box q (boxes[q - 1])
+// takes QubitX/Y/Z(slot, q) for q = 1 to ProgramQubits(slot), at most boxes.size(); the
+// other boxes are left alone. Null entries are skipped.
+void UpdateQubitBoxes(Workspace& workspace, int slot, const std::vector<QubitBox*>& boxes);
 
 } // namespace orvex
