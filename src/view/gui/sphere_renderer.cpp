@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "view/qubit_arrow.h"
 
@@ -79,7 +80,8 @@ void DrawEquator(QPainter& p, const SceneCamera& cam, const PixelMap& map, doubl
   p.setPen(pen);
   const int segments = 72;
   for (int i = 0; i < segments; ++i) {
-    const double t0 = 2 * M_PI * i / segments, t1 = 2 * M_PI * (i + 1) / segments;
+    const double t0 = 2 * std::numbers::pi * i / segments,
+                 t1 = 2 * std::numbers::pi * (i + 1) / segments;
     const Vec3 a = {kSphereRadius * std::cos(t0), 0, kSphereRadius * std::sin(t0)};
     const Vec3 b = {kSphereRadius * std::cos(t1), 0, kSphereRadius * std::sin(t1)};
     const bool front = cam.Depth({(a.x + b.x) / 2, 0, (a.z + b.z) / 2}) < 0;
