@@ -1,0 +1,201 @@
+// orvex-cli run against the real engine: every demo program gives the values it expects, and
+// failures end with status 2 and a message on standard error.
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/test_support.h"
+#include "workspace/numbers.h"
+#include "workspace/paths.h"
+
+namespace fs = std::filesystem;
+
+namespace orvex::test {
+namespace {
+
+struct Result {
+  int status = -1;
+  std::string out, err;
+};
+
+class CliRunTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    const char* cli = std::getenv("ORVEX_CLI");
+    ASSERT_TRUE(cli && *cli) << "ORVEX_CLI is not set";
+    cli_ = cli;
+    home = dir.path() + "home/";
+    fs::create_directories(home);
+    for (const char* sub : {"MI", "progs"})
+      fs::copy(fs::path(ORVEX_BIN_DIR) / sub, fs::path(home) / sub, fs::copy_options::recursive);
+  }
+
+  // Runs orvex-cli with `args` (already quoted where needed); `env` goes in front.
+  Result Cli(const std::string& args, const std::string& env = "") {
+    Result r;
+    const std::string out = dir.path() + "out.txt", err = dir.path() + "err.txt";
+    const std::string command = env + " '" + cli_ + "' " + args + " >'" + out + "' 2>'" + err + "'";
+    const int raw = std::system(command.c_str());
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    r.out = dir.read("out.txt");
+    r.err = dir.read("err.txt");
+    return r;
+  }
+
+  TempDir dir;
+  std::string home;
+
+private:
+  std::string cli_;
+};
+
+// "# key: value" of a program file, trimmed.
+std::string Header(const std::string& text, const std::string& key) {
+  for (const std::string& line : SplitLines(text))
+    if (line.rfind("# " + key + ":", 0) == 0) return Trim(line.substr(key.size() + 3));
+  return "";
+}
+
+// "a b c | d e f" -> one triple per qubit.
+std::vector<std::vector<double>> Expected(const std::string& text) {
+  std::vector<std::vector<double>> qubits;
+  std::stringstream all(text);
+  std::string group;
+  while (std::getline(all, group, '|')) {
+    std::stringstream values(group);
+    std::vector<double> q;
+    double v;
+    while (values >> v) q.push_back(v);
+    qubits.push_back(q);
+  }
+  return qubits;
+}
+
+// The csv output "qubit,Qx,Qy,Qz" then "n,x,y,z" lines.
+std::vector<std::vector<double>> ParseCsv(const std::string& out) {
+  std::vector<std::vector<double>> qubits;
+  auto lines = SplitLines(out);
+  EXPECT_FALSE(lines.empty());
+  if (lines.empty()) return qubits;
+  EXPECT_EQ(lines[0], "qubit,Qx,Qy,Qz");
+  for (std::size_t i = 1; i < lines.size(); ++i) {
+    std::stringstream cells(lines[i]);
+    std::string cell;
+    std::vector<double> row;
+    while (std::getline(cells, cell, ',')) row.push_back(std::stod(cell));
+    EXPECT_EQ(row.size(), 4u) << lines[i];
+    EXPECT_EQ(row[0], static_cast<double>(i)) << lines[i];
+    row.erase(row.begin());
+    qubits.push_back(row);
+  }
+  return qubits;
+}
+
+void ExpectValues(const std::vector<std::vector<double>>& got,
+                  const std::vector<std::vector<double>>& want, const std::string& what) {
+  ASSERT_EQ(got.size(), want.size()) << what;
+  for (std::size_t q = 0; q < want.size(); ++q) {
+    ASSERT_EQ(want[q].size(), 3u) << what;
+    for (int k = 0; k < 3; ++k)
+      EXPECT_NEAR(got[q][k], want[q][k], 1e-6) << what << " qubit " << q + 1 << " component " << k;
+  }
+}
+
+TEST_F(CliRunTest, EveryDemoProgramGivesItsExpectedValues) {
+  int programs = 0;
+  for (const auto& entry : fs::directory_iterator(home + "progs")) {
+    if (Lower(entry.path().extension().string()) != ".kvp") continue;
+    const std::string text = ReadWholeFile(entry.path().string());
+    const std::string set = Header(text, "set");
+    const std::string expect = Header(text, "expect");
+    ASSERT_FALSE(set.empty()) << entry.path();
+    ASSERT_FALSE(expect.empty()) << entry.path();
+    ++programs;
+    Result r = Cli("run '" + entry.path().string() + "' --set " + set + " --home '" + home +
+                   "' --format csv");
+    ASSERT_EQ(r.status, 0) << entry.path() << "\n" << r.err;
+    ExpectValues(ParseCsv(r.out), Expected(expect), entry.path().string());
+  }
+  EXPECT_GE(programs, 1) << "no demo programs in " << ORVEX_BIN_DIR;
+}
+
+TEST_F(CliRunTest, BreakpointsAndCallablePrograms) {
+  // Bell, halted twice on the way, and Bell again called through a ".MP" redirect.
+  dir.write("home/progs/bell_stops.kvp",
+            "!Quantum program progs/bell_stops.kvp\r\n@INITIALIZE.MI\r\n@Hadamard1.MI\r\n"
+            "!BREAKPOINT\r\n@Hadamard2.MI\r\n@CZ.MI\r\n!BREAKPOINT\r\n@Hadamard2.MI\r\n");
+  dir.write("home/MI/ideal2/bellcall.MP", "@progs/bell.kvp\r\n");
+  dir.write("home/MI/ideal2/ghost.MP", "@progs/ghost.kvp\r\n");
+  dir.write("home/progs/calls.kvp", "!Quantum program progs/calls.kvp\r\n@bellcall.MP\r\n");
+  const std::vector<std::vector<double>> bell = {{.5, .5, .5}, {.5, .5, .5}};
+
+  Result stops = Cli("run progs/bell_stops.kvp --set ideal2 --format csv", "cd '" + home + "' && ORVEX_HOME='" + home + "'");
+  ASSERT_EQ(stops.status, 0) << stops.err;
+  EXPECT_NE(stops.err.find("halted at breakpoint 1\nhalted at breakpoint 2\n"), std::string::npos)
+      << stops.err;
+  ExpectValues(ParseCsv(stops.out), bell, "bell_stops");
+
+  Result calls = Cli("run '" + home + "progs/calls.kvp' --set IDEAL2 --home '" + home + "' --format csv");
+  ASSERT_EQ(calls.status, 0) << calls.err;
+  EXPECT_NE(calls.err.find("ghost.MP not loaded"), std::string::npos) << calls.err;
+  ExpectValues(ParseCsv(calls.out), bell, "calls");
+  EXPECT_EQ(dir.read("home/progs/bellcall.MP"), "@progs/bell.kvp\r\n");  // the redirect copy
+  EXPECT_FALSE(dir.exists("home/progs/ghost.MP"));
+}
+
+TEST_F(CliRunTest, TableAndJsonFormats) {
+  Result table = Cli("run '" + home + "progs/bell.kvp' --set ideal2 --home '" + home + "'");
+  ASSERT_EQ(table.status, 0) << table.err;
+  auto lines = SplitLines(table.out);
+  ASSERT_EQ(lines.size(), 3u) << table.out;
+  EXPECT_EQ(lines[0].substr(0, 5), "qubit");
+  EXPECT_EQ(lines[0].size(), lines[1].size()) << table.out;  // aligned columns
+  EXPECT_EQ(lines[1].substr(0, 1), "1");
+
+  Result json = Cli("run '" + home + "progs/bell.kvp' --set ideal2 --home '" + home + "' --format=json");
+  ASSERT_EQ(json.status, 0) << json.err;
+  EXPECT_EQ(json.out.front(), '[');
+  EXPECT_NE(json.out.find("{\"qubit\": 2, \"Qx\": "), std::string::npos) << json.out;
+}
+
+TEST_F(CliRunTest, EngineErrorExitsTwoWithTheMessage) {
+  dir.write("home/progs/broken.kvp", "!Quantum program progs/broken.kvp\r\n@NOPE.MI\r\n");
+  Result r = Cli("run '" + home + "progs/broken.kvp' --set ideal2 --home '" + home + "' --format csv");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_TRUE(r.out.empty()) << r.out;
+  EXPECT_NE(r.err.find("Micro instruction or program file cannot be found.\n"), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("reason: "), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("NOPE"), std::string::npos) << r.err;
+}
+
+TEST_F(CliRunTest, BadInputGetsOneClearLine) {
+  struct Case {
+    std::string args, message;
+  } cases[] = {
+      {"run", "no program given"},
+      {"run progs/bell.kvp", "no MI set given (--set NAME)"},
+      {"run progs/bell.kvp --set ideal2 --format xml", "--format takes table, csv or json, not 'xml'"},
+      {"run progs/bell.kvp --set ideal2 --step some", "--step takes program, main or all, not 'some'"},
+      {"run progs/bell.kvp --set ideal2 --frobnicate", "unknown option --frobnicate"},
+      {"run progs/bell.kvp --set", "option --set needs a value"},
+      {"run progs/bell.kvp --set nosuchset --home '" + home + "'", "MI set 'nosuchset' not found in " + home + "MI/"},
+      {"run progs/nothere.kvp --set ideal2 --home '" + home + "'", "program file progs/nothere.kvp not found"},
+  };
+  for (const Case& c : cases) {
+    Result r = Cli(c.args, "cd '" + home + "' &&");
+    EXPECT_EQ(r.status, 2) << c.args;
+    EXPECT_EQ(r.err, "orvex-cli run: " + c.message + "\n") << c.args;
+    EXPECT_TRUE(r.out.empty()) << c.args;
+  }
+}
+
+} // namespace
+} // namespace orvex::test
