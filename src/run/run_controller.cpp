@@ -146,6 +146,7 @@ std::string ExecutionErrorText(const std::string& description, int number) {
 
 void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
   ProgramSlot& program = ws.Program(slot);
+  if (program.Name.empty()) return;  // a free slot holds no program
   if (ws.EngineBusy) {  // a command processed inside the call loop
     platform::Beep();
     return;

@@ -21,7 +21,8 @@ public:
   // list, the menus and the tool bars, then process pending events once.
   virtual void enableRunCommands(int /*slot*/, bool /*enabled*/) {}
   // The slot's Status, CurrentRow, Caption, Rows or Changed changed: refresh its editor.
-  // While ws.EngineBusy and ws.RunningProgram == slot the editor's run control shows "Stop".
+  // While ws.EngineBusy and ws.RunningProgram == slot the editor's run control shows "Stop";
+  // RunProgram ignores a second start then, so that control is best wired to ResetProgram.
   virtual void programChanged(int /*slot*/) {}
   // One frame of the animated qubit window from EngineX/Y/Z (while the call loop runs with
   // AnimateQubits on).

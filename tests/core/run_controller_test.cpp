@@ -122,6 +122,23 @@ TEST_F(RunControllerTest, StepsAreRecordedAndBackRestoresThem) {
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
+TEST_F(RunControllerTest, BackStopsAtTheOldestOfTheLast1000RecordedSteps) {
+  std::string script;
+  for (int k = 1; k <= 1001; ++k) script += "0 1 0 0 " + std::to_string(k) + " 0 0\n";
+  Script(script);
+  for (int k = 1; k <= 1001; ++k) RunProgram(ws, ui, 1, kModeStep);
+  ASSERT_DOUBLE_EQ(ws.QubitX(1, 1), 1001);
+  EXPECT_EQ(RecordedSteps(ws), kMaxSteps);
+  EXPECT_EQ(ws.CurrentStep(1), kMaxSteps - 1);
+  for (int k = 1; k <= kMaxSteps - 1; ++k) StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.CurrentStep(1), 0);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), 2);  // the start state and step 1 made room
+  EXPECT_EQ(dialogs.beeps, 0);
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(dialogs.beeps, 1);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), 2);
+}
+
 TEST_F(RunControllerTest, GranularityIsSetOnlyWhenStartingFromIdle) {
   Script("0 1 0 0\n0 1 0 0\n0 0 0 0\n0 1 0 0\n");
   ws.StepGranularity = 1;
@@ -227,6 +244,12 @@ TEST_F(RunControllerTest, AnotherProgramIsRefusedWhileOneIsHalted) {
   EXPECT_TRUE(Has(Calls().back(), "entry=-1 flags=0,0,0,0 q1=0,0,0 name=other.kvp"))
       << Calls().back();
   EXPECT_EQ(ws.RunningProgram, 2);
+}
+
+TEST_F(RunControllerTest, AFreeSlotRunsNothing) {
+  RunProgram(ws, ui, 5, kModeRun);
+  EXPECT_TRUE(Calls().empty());
+  EXPECT_EQ(ws.RunningProgram, -1);
 }
 
 TEST_F(RunControllerTest, MissingEngineLibraryIsAnExecutionError) {
