@@ -240,6 +240,24 @@ void Main0::startUp() {
   runCommand([this] { OpenMISet(ws_, ui_); });
 }
 
+void Main0::applyRunCommandStates(const RunCommandStates& states) {
+  auto enable = [this](const char* name, bool on) {
+    if (QAction* a = action(QString::fromLatin1(name))) a->setEnabled(on);
+  };
+  if (miListWindow_) miListWindow_->setEnabled(states.MIListWindow);
+  for (QAction* a : toolbar_->actions()) a->setEnabled(states.MainToolbar);
+  if (miList_)
+    for (int i = 0; QAction* a = miList_->button(i); ++i) a->setEnabled(states.MIListToolbar);
+  enable("MenuFile", states.FileMenu);
+  enable("MenuSettings", states.SettingsMenu);
+  enable("MenuWindow", states.WindowMenu);
+  for (const char* name : {"MenuSize0", "MenuSize1", "MenuSize2", "MenuSize3"}) enable(name, states.SizeItems);
+  for (const char* name : {"MenuSteps0", "MenuSteps1", "MenuSteps2"}) enable(name, states.StepItems);
+  enable("MenuBack", states.BackItem);
+  enable("MenuProject", states.ToolsMenu);
+  enable("MenuHelp", states.HelpMenu);
+}
+
 void Main0::showMIList() {
   miListWindow_->show();
   miList_->show();
@@ -254,6 +272,7 @@ DefaultMI* Main0::openMIEditor(int miSlot, int editorSlot) {
   QMdiSubWindow* frame = mdi_->addSubWindow(editor);
   frame->setAttribute(Qt::WA_DeleteOnClose, true);
   frame->setWindowIcon(OrvexIcon(kIconMI));
+  frame->resize(platform::TwipsToPixels(11000, this), platform::TwipsToPixels(7500, this));
   connect(editor, &DefaultMI::closed, this, [this](int slot) {
     if (slot >= 1 && slot <= kMaxMIEditors) editors_[slot - 1] = nullptr;
     if (miList_) miList_->render();

@@ -13,6 +13,7 @@
 #include <QPointer>
 
 #include "miset/miset_ui.h"
+#include "run/run_commands.h"
 #include "workspace/workspace.h"
 
 class QAction;
@@ -80,6 +81,10 @@ public:
   std::function<void(const std::string& relativePath)> openCallableProgram;
   std::function<void()> unloadQubitWindow;
   std::function<void()> arrangeWindows;
+
+  // The frame's share of the run-state enabling: menus, size and step items, "&Back", the
+  // tool bar, the MI list window and its tool bar. (The program editor applies its buttons.)
+  void applyRunCommandStates(const RunCommandStates& states);
 
   void showMIList();
   // Opens MI slot `miSlot` in a new editor window occupying editor slot `editorSlot`.

@@ -502,6 +502,25 @@ TEST_F(WorkbenchTest, CloseSequenceAsksPerChangedProgramAndCancelStops) {
   EXPECT_EQ(saved, std::vector<int>{2});
 }
 
+TEST_F(WorkbenchTest, RunStatesSwitchTheFrameCommands) {
+  ScriptedDialogs dialogs;
+  startWith("alpha");
+  main->applyRunCommandStates(RunCommandStatesFor(false));
+  for (const char* name : {"MenuFile", "MenuSettings", "MenuWindow", "MenuProject", "MenuHelp", "MenuSize2",
+                           "MenuSteps1", "ToolNewMISet"})
+    EXPECT_FALSE(main->action(name)->isEnabled()) << name;
+  EXPECT_TRUE(main->action("MenuBack")->isEnabled());
+  EXPECT_FALSE(main->miListWindow()->isEnabled());
+  EXPECT_FALSE(list().button(8)->isEnabled());
+
+  main->applyRunCommandStates(RunCommandStatesFor(true));
+  for (const char* name : {"MenuFile", "MenuProject", "MenuSize2", "ToolNew"})
+    EXPECT_TRUE(main->action(name)->isEnabled()) << name;
+  EXPECT_FALSE(main->action("MenuBack")->isEnabled());
+  EXPECT_TRUE(main->miListWindow()->isEnabled());
+  EXPECT_TRUE(list().button(0)->isEnabled());
+}
+
 TEST(QtDialogs, MessageBoxTitleIconTextAndAnswer) {
   platform::QtDialogHandler handler;
   QString title, text, detail;
