@@ -1,5 +1,6 @@
 #include "miset/mi_editing.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "mi/mi_file.h"
@@ -73,9 +74,11 @@ std::vector<std::pair<int, int>> QubitPairs(int qubits) {
   return pairs;
 }
 
-MIEdit LoadMIEdit(const Workspace& ws, int n) {
+MIEdit LoadMIEdit(const Workspace& ws, int n, int qubits) {
   const MicroInstruction& mi = ws.MITable(n);
   MIEdit e;
+  if (qubits <= 0) qubits = ws.NumberOfQubits;
+  e.Qubits = qubits;
   e.Name = EditableName(mi.Name);
   e.Description = mi.Description;
   e.TimeStep = mi.TimeStep;
@@ -84,7 +87,6 @@ MIEdit LoadMIEdit(const Workspace& ws, int n) {
   e.IntermediateSteps = mi.IntermediateSteps;
   e.CheckNorm = mi.CheckNorm;
   e.InitialState = mi.InitialState;
-  const int qubits = ws.NumberOfQubits;
   e.Field.resize(qubits);
   for (int q = 1; q <= qubits; ++q)
     for (int c = 0; c < kFieldParameters; ++c)
@@ -114,13 +116,17 @@ bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
   mi.CheckNorm = edit.CheckNorm;
   if (edit.InitialState >= GroundState && edit.InitialState <= RandomState)
     mi.InitialState = edit.InitialState;
-  const int qubits = std::min<int>(ws.NumberOfQubits, static_cast<int>(edit.Field.size()));
+  const int shown = edit.Qubits > 0 ? edit.Qubits : static_cast<int>(edit.Field.size());
+  const int qubits = std::min<int>({ws.NumberOfQubits, shown, static_cast<int>(edit.Field.size())});
   for (int q = 1; q <= qubits; ++q)
     for (int c = 0; c < kFieldParameters; ++c)
       mi.Field(q, Workspace::FieldColumnMap[c]) = edit.Field[q - 1][c];
-  const auto pairs = QubitPairs(ws.NumberOfQubits);
-  for (std::size_t p = 0; p < pairs.size() && p < edit.J.size(); ++p)
+  // The rows of the coupling grid are the pairs of the number the editor shows.
+  const auto pairs = QubitPairs(shown);
+  for (std::size_t p = 0; p < pairs.size() && p < edit.J.size(); ++p) {
+    if (pairs[p].second > ws.NumberOfQubits) continue;
     for (int c = 0; c < 3; ++c) mi.J(pairs[p].first, pairs[p].second, c) = edit.J[p][c];
+  }
   return SaveMI(ws, n);
 }
 

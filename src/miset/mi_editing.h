@@ -38,6 +38,7 @@ bool CheckMIName(const std::string& shownName);
 
 // Everything the editor shows, as values.
 struct MIEdit {
+  int Qubits = 0;    // the number of qubits the editor shows (the set's when it opened)
   std::string Name;  // as shown, without extension
   std::string Description;
   double TimeStep = 0;
@@ -52,13 +53,14 @@ struct MIEdit {
   std::vector<std::array<double, 3>> J;
 };
 
-// The editor's values of MI slot n for `qubits` qubits.
-MIEdit LoadMIEdit(const Workspace& ws, int n);
+// The editor's values of MI slot n for `qubits` qubits (the set's number when 0).
+MIEdit LoadMIEdit(const Workspace& ws, int n, int qubits = 0);
 // The qubit pairs i < j in the editor's row order.
 std::vector<std::pair<int, int>> QubitPairs(int qubits);
 
 // Store-and-close with save: checks the name and the initial state, stores the values into
-// record n and saves it (SaveMI). False when refused; the record is unchanged by a refused
+// record n and saves it (SaveMI). Values of qubits beyond the set's number (the number was
+// lowered while the editor was open) are not stored. False when refused; the record is unchanged by a refused
 // name or initial state (a duplicate name is stored, as SaveMI keeps it).
 bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit);
 // The editor in `editorSlot` showing MI n has closed.

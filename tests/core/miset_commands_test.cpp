@@ -216,6 +216,28 @@ TEST_F(MICommandsTest, EditorRefusesBadNamesAndAGroundStateItCannotCompute) {
   EXPECT_EQ(ws.MITable(init).InitialState, RandomState);
 }
 
+TEST_F(MICommandsTest, EditsShownForAnOlderQubitCountLandOnTheirOwnPairs) {
+  ScriptedDialogs dialogs;
+  ws.NumberOfQubits = 3;
+  const int n = NewMI(ws, ui);
+  MIEdit e = LoadMIEdit(ws, n);  // pairs (1,2), (1,3), (2,3)
+  e.Name = "Pairs";
+  e.J[2] = {7, 8, 9};
+  e.Field[2][0] = 5;
+  ws.NumberOfQubits = 4;  // raised while the editor was open
+  ASSERT_TRUE(StoreMIEdit(ws, n, e));
+  EXPECT_EQ(ws.MITable(n).J(2, 3, 0), 7);
+  EXPECT_EQ(ws.MITable(n).J(1, 4, 0), 0);
+  EXPECT_EQ(ws.MITable(n).Field(3, Hx0), 5);
+
+  ws.NumberOfQubits = 2;  // lowered: qubit 3 is not stored
+  e.J[2] = {1, 1, 1};
+  e.Field[2][0] = 6;
+  ASSERT_TRUE(StoreMIEdit(ws, n, e));
+  EXPECT_EQ(ws.MITable(n).J(2, 3, 0), 7);
+  EXPECT_EQ(ws.MITable(n).Field(3, Hx0), 5);
+}
+
 TEST(MIEditCells, OnlyWholeNumbersPass) {
   EXPECT_EQ(ParseNumberCell(" 1.5 "), 1.5);
   EXPECT_EQ(ParseNumberCell(".5"), 0.5);

@@ -152,6 +152,17 @@ TEST_F(OpenMISetTest, OpenEditorsAreAskedAboutAndClosedOrTheOpeningStops) {
   EXPECT_GE(ui.qubitWindowUnloads, 1);
 }
 
+TEST_F(OpenMISetTest, WithoutAnySetAnEmptyOneIsMadeSoASetIsOpen) {
+  ScriptedDialogs dialogs;
+  dialogs.answer(Answer::OK);
+  OpenMISet(ws, ui);
+  EXPECT_EQ(dialogs.messages(),
+            std::vector<std::string>{"No micro instruction set was found.\rThe empty set Default was created."});
+  EXPECT_EQ(ui.offered, std::vector<std::string>{"Default"});
+  EXPECT_EQ(ws.MIList.Caption, "Set: Default");
+  EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "Initialize"}));
+}
+
 TEST_F(OpenMISetTest, RunningProgramBlocksOpening) {
   put("demo", "A.MI", MIText("A"));
   ScriptedDialogs dialogs;

@@ -38,7 +38,7 @@ QString Num(double v) { return QString::fromStdString(NumText(v)); }
 } // namespace
 
 DefaultMI::DefaultMI(Workspace& ws, int miSlot, int editorSlot, QWidget* parent)
-    : QWidget(parent), ws_(ws), miSlot_(miSlot), editorSlot_(editorSlot) {
+    : QWidget(parent), ws_(ws), miSlot_(miSlot), editorSlot_(editorSlot), qubits_(ws.NumberOfQubits) {
   setObjectName(QStringLiteral("DefaultMI"));
   auto* layout = new QVBoxLayout(this);
 
@@ -75,7 +75,7 @@ DefaultMI::DefaultMI(Workspace& ws, int miSlot, int editorSlot, QWidget* parent)
   form->addRow(InitialStateLabel, Combo1);
   layout->addLayout(form);
 
-  const int qubits = ws_.NumberOfQubits;
+  const int qubits = qubits_;
   Grid1 = new QTableWidget(qubits, kFieldParameters, this);
   Grid1->setObjectName(QStringLiteral("Grid1"));
   QStringList headers;
@@ -128,7 +128,7 @@ DefaultMI::DefaultMI(Workspace& ws, int miSlot, int editorSlot, QWidget* parent)
 
 void DefaultMI::load() {
   loading_ = true;
-  const MIEdit e = LoadMIEdit(ws_, miSlot_);
+  const MIEdit e = LoadMIEdit(ws_, miSlot_, qubits_);
   NameText->setText(platform::FromBytes(e.Name));
   DescriptionText->setText(platform::FromBytes(e.Description));
   TimeStepText->setText(Num(e.TimeStep));
@@ -163,7 +163,7 @@ void DefaultMI::updateCaption() {
 }
 
 bool DefaultMI::collect(MIEdit& e) {
-  e = LoadMIEdit(ws_, miSlot_);
+  e = LoadMIEdit(ws_, miSlot_, qubits_);
   e.Name = platform::ToBytes(NameText->text());
   e.Description = platform::ToBytes(DescriptionText->text());
   e.TimeStepInPi = TimeInPi->isChecked();
@@ -214,7 +214,7 @@ bool DefaultMI::collect(MIEdit& e) {
     for (int c = 0; c < kFieldParameters; ++c)
       cell(Grid1, q, c, std::string(kFieldColumnHeaders[c]) + " of qubit " + std::to_string(q + 1),
            e.Field[q][c]);
-  const auto pairs = QubitPairs(ws_.NumberOfQubits);
+  const auto pairs = QubitPairs(qubits_);
   for (int p = 0; p < GridJ->rowCount() && p < static_cast<int>(e.J.size()); ++p)
     for (int c = 0; c < 3; ++c)
       cell(GridJ, p, c,

@@ -74,6 +74,7 @@ private:
   Workspace& ws_;
   int miSlot_;
   int editorSlot_;
+  int qubits_;  // the number of qubits the grids show
   bool changed_ = false;
   bool loading_ = false;
   bool closing_ = false;  // a store-and-close in progress: the close event asks nothing
