@@ -228,6 +228,26 @@ bool CloseProgram(Workspace& ws, ProgramUi& ui, int slot) {
   return true;
 }
 
+bool CloseAllPrograms(Workspace& ws, ProgramUi& ui) {
+  if (ws.RunningProgram > 0) ResetProgram(ws, ui, ws.RunningProgram);
+  ws.Closing = true;
+  for (int s = 1; s <= kMaxPrograms; ++s) {
+    ProgramSlot& program = ws.Program(s);
+    if (program.Name.empty() || !program.Changed) continue;
+    const platform::Answer answer = platform::MsgBox(
+        "Changes have been made in " + FileNameOf(program.Name) + "." + CR + "Save before closing?",
+        platform::Icon::Exclamation, platform::Buttons::YesNoCancel);
+    const bool cancelled = answer == platform::Answer::Cancel ||
+                           (answer == platform::Answer::Yes && !SaveProgram(ws, ui, s, false));
+    if (cancelled) {
+      ws.Closing = false;
+      return false;
+    }
+  }
+  for (int s = 1; s <= kMaxPrograms; ++s) FreeProgramSlot(ws, s);
+  return true;
+}
+
 void FreeProgramSlot(Workspace& ws, int slot) {
   ws.Program(slot) = ProgramSlot{};
   ws.ProgramQubits(slot) = 0;
@@ -249,6 +269,23 @@ void RemoveMIButton(Workspace& ws, ProgramUi& ui, int slot, int selectedRow) {
     return;
   }
   if (RemoveRow(ws, slot, selectedRow)) ui.programChanged(slot);
+}
+
+bool EditorKey(Workspace& ws, ProgramUi& ui, int slot, int keyCode, bool ctrl, int selectedRow) {
+  if (slot <= 0) return false;
+  if (ws.RunningProgram != -1) {
+    platform::Beep();
+    return true;
+  }
+  if (keyCode == kKeyDelete || (ctrl && keyCode == kKeyD)) {
+    if (RemoveRow(ws, slot, selectedRow)) ui.programChanged(slot);
+    return true;
+  }
+  if (ctrl && keyCode == kKeyS) {
+    SaveProgram(ws, ui, slot, false);
+    return true;
+  }
+  return false;
 }
 
 void ClearProgram(Workspace& ws, int slot) {

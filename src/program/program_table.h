@@ -53,8 +53,15 @@ int OpenCallableProgram(Workspace& ws, ProgramUi& ui, const std::string& relativ
 // closing?" (Cancel clears ws.Closing). True when the slot was freed. When the user chose Yes
 // but the save did not complete, the slot stays open (nothing is lost) and Closing is cleared.
 bool CloseProgram(Workspace& ws, ProgramUi& ui, int slot);
-// Frees a slot without questions.
+// Frees a slot without questions. CloseProgram of a free slot asks nothing and returns true.
 void FreeProgramSlot(Workspace& ws, int slot);
+
+// The main window's close: a program that runs or is halted is reset first; ws.Closing is
+// set; then for every slot 1..10 with unsaved changes the question of CloseProgram is asked
+// (Yes saves, No goes on, Cancel stops at once: Closing cleared, false returned, the programs
+// not yet asked about stay open and unsaved). When the user went through every question,
+// every slot is freed and true is returned: the editors can then close without asking.
+bool CloseAllPrograms(Workspace& ws, ProgramUi& ui);
 
 // --- program editor rows (0-based row indices; row 0 is "Start") ---------------------------
 
@@ -64,6 +71,11 @@ bool RemoveRow(Workspace& ws, int slot, int row);
 // The editor's "Remove MI" button: resets the run when this program is the running one,
 // otherwise removes the selected row.
 void RemoveMIButton(Workspace& ws, ProgramUi& ui, int slot, int selectedRow);
+// Keys in the editor's list: Delete (46) or Ctrl+D (68) removes `selectedRow`, Ctrl+S (83)
+// saves. While any program runs every key only beeps. Does nothing for slot 0 or less.
+// True when the key was one of these (or beeped).
+inline constexpr int kKeyDelete = 46, kKeyD = 68, kKeyS = 83;
+bool EditorKey(Workspace& ws, ProgramUi& ui, int slot, int keyCode, bool ctrl, int selectedRow);
 // "Clear program": every row removed, one at a time from the top, the "Start" row included;
 // no question. Does nothing while a program runs.
 void ClearProgram(Workspace& ws, int slot);

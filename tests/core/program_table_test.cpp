@@ -313,6 +313,55 @@ TEST_F(ProgramTableTest, MovingRowsWithinTheEditor) {
   EXPECT_TRUE(p.Changed);
 }
 
+TEST_F(ProgramTableTest, EditorKeys) {
+  dir.write("a.kvp", "!Quantum program a.kvp\r\n@A.MI\r\n@B.MI\r\n");
+  ASSERT_EQ(OpenProgram(ws, ui, dir.path() + "a.kvp"), 1);
+  EXPECT_TRUE(EditorKey(ws, ui, 1, kKeyDelete, false, 1));
+  EXPECT_TRUE(EditorKey(ws, ui, 1, kKeyS, true, 1));
+  EXPECT_EQ(dir.read("a.kvp"), "!Quantum program a.kvp\r\n@B.MI\r\n");
+  EXPECT_FALSE(EditorKey(ws, ui, 1, kKeyD, false, 1));  // a plain "d" is no command
+  EXPECT_TRUE(EditorKey(ws, ui, 1, kKeyD, true, 0));    // the first row stays
+  EXPECT_EQ(ws.Program(1).Rows.size(), 2u);
+  EXPECT_TRUE(EditorKey(ws, ui, 1, kKeyD, true, 1));
+  EXPECT_EQ(ws.Program(1).Rows.size(), 1u);
+  EXPECT_FALSE(EditorKey(ws, ui, 0, kKeyDelete, false, 1));
+
+  ws.Program(1).Rows.push_back({"A", kIconMI});
+  ws.RunningProgram = 3;  // another program's run blocks every editor
+  EXPECT_TRUE(EditorKey(ws, ui, 1, kKeyDelete, false, 1));
+  EXPECT_EQ(dialogs.beeps, 1);
+  EXPECT_EQ(ws.Program(1).Rows.size(), 2u);
+}
+
+TEST_F(ProgramTableTest, ClosingTheApplicationAsksForEveryChangedProgram) {
+  for (const char* name : {"a.kvp", "b.kvp", "c.kvp"}) {
+    dir.write(name, std::string("!Quantum program ") + name + "\r\n");
+    OpenProgram(ws, ui, dir.path() + name);
+  }
+  ws.Program(1).Rows.push_back({"A", kIconMI});
+  ws.Program(1).Changed = true;
+  ws.Program(3).Rows.push_back({"C", kIconMI});
+  ws.Program(3).Changed = true;
+
+  dialogs.answer(Answer::Yes);
+  dialogs.answer(Answer::Cancel);
+  EXPECT_FALSE(CloseAllPrograms(ws, ui));
+  EXPECT_FALSE(ws.Closing);
+  EXPECT_EQ(dialogs.messages(),
+            (std::vector<std::string>{"Changes have been made in a.kvp.\rSave before closing?",
+                                      "Changes have been made in c.kvp.\rSave before closing?"}));
+  EXPECT_EQ(dir.read("a.kvp"), "!Quantum program a.kvp\r\n@A.MI\r\n");
+  EXPECT_EQ(ws.Program(3).Name, "c.kvp");
+  EXPECT_TRUE(ws.Program(3).Changed);
+
+  dialogs.answer(Answer::No);
+  EXPECT_TRUE(CloseAllPrograms(ws, ui));
+  EXPECT_TRUE(ws.Closing);
+  EXPECT_EQ(dialogs.messages().size(), 3u);  // a.kvp was saved: only c.kvp asked again
+  EXPECT_EQ(dir.read("c.kvp"), "!Quantum program c.kvp\r\n");
+  for (int s = 1; s <= kMaxPrograms; ++s) EXPECT_TRUE(ws.Program(s).Name.empty());
+}
+
 class RemoveWhileRunningTest : public RunFixture {};
 
 TEST_F(RemoveWhileRunningTest, RemoveMIResetsTheRunningProgram) {
@@ -324,6 +373,16 @@ TEST_F(RemoveWhileRunningTest, RemoveMIResetsTheRunningProgram) {
   EXPECT_EQ(ws.RunningProgram, -1);
   EXPECT_EQ(ws.Program(1).Status, "Program reset");
   EXPECT_TRUE(Has(Calls().back(), "entry=-2")) << Calls().back();
+}
+
+TEST_F(RemoveWhileRunningTest, ClosingTheApplicationResetsTheRunFirst) {
+  Script("0 1 0 0\n");
+  RunProgram(ws, ui, 1, kModeRun);
+  ASSERT_EQ(ws.RunningProgram, 1);
+  EXPECT_TRUE(CloseAllPrograms(ws, ui));
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_TRUE(Has(Calls().back(), "entry=-2")) << Calls().back();
+  EXPECT_TRUE(ws.Program(1).Name.empty());
 }
 
 } // namespace
