@@ -97,10 +97,9 @@ frmAbout::frmAbout(QWidget* parent) : QDialog(parent) {
   lblDescription->setText(QString::fromUtf8(
       "Orvex \u2014 hardware-level quantum computer workbench\n"
       "\n"
-      "Micro instructions, quantum programs and the spin simulation engine\n"
-      "written by the Orvex team.\n"
-      "Published by the Orvex team; see help.htm for the user's guide."));
-  lblDescription->setWordWrap(true);
+      "Workbench, micro instructions and spin simulation engine\n"
+      "written and published by the Orvex team.\n"
+      "The user's guide is help.htm in the application directory."));
 
   cmdOK = new QPushButton(QStringLiteral("OK"), this);
   cmdOK->setObjectName(QStringLiteral("cmdOK"));
@@ -122,7 +121,10 @@ frmAbout::frmAbout(QWidget* parent) : QDialog(parent) {
   text->addStretch();
   auto* top = new QHBoxLayout(this);
   top->addLayout(text, 1);
+  top->addSpacing(12);
   top->addLayout(buttons);
+  // The box is exactly as large as its texts need.
+  top->setSizeConstraint(QLayout::SetFixedSize);
 }
 
 void frmAbout::setSysInfoSearch(std::string pathVariable, ProgramStarter start) {
