@@ -32,7 +32,15 @@ std::string ExecutableDirectory() {
 } // namespace
 
 std::string EngineLibrary::DefaultPath() {
-  if (const char* env = std::getenv("ORVEX_ENGINE"); env && *env) return env;
+  if (const char* env = std::getenv("ORVEX_ENGINE"); env && *env) {
+    std::string path = env;
+    // A relative path means the directory the program was started in; the run controller has
+    // changed the current directory into the run directory by the time the engine is loaded.
+    if (path[0] != '/' && path.find('/') != std::string::npos) {
+      if (const char* pwd = std::getenv("PWD"); pwd && *pwd == '/') path = std::string(pwd) + "/" + path;
+    }
+    return path;
+  }
   return ExecutableDirectory() + "libkv3.so";
 }
 

@@ -18,8 +18,9 @@ inline constexpr int kErrorLoadingLibrary = 48;
 
 class EngineLibrary {
 public:
-  // Where the engine is looked for: $ORVEX_ENGINE when set and non-empty, else "libkv3.so"
-  // beside the running executable.
+  // Where the engine is looked for: $ORVEX_ENGINE when set and non-empty (a relative path
+  // with a "/" taken against $PWD, the directory the process was started in; a bare name is
+  // searched as the loader does), else "libkv3.so" beside the running executable.
   static std::string DefaultPath();
   // The entry `kv3dll` of the library at `path`. A library is opened once per path and stays
   // loaded for the life of the process. Throws RuntimeError 48 ("Error in loading DLL ...",

@@ -245,7 +245,7 @@ void StepBack(Workspace& ws, RunUi& ui, int slot) {
     platform::Beep();
     return;
   }
-  if (slot != ws.RunningProgram) {
+  if (slot <= 0 || slot != ws.RunningProgram) {  // "&Back" passes RunningProgram, -1 when idle
     platform::MsgBox("Cannot step back, start this Quantum Program and try again",
                      platform::Icon::Critical);
     return;

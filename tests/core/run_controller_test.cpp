@@ -222,6 +222,9 @@ TEST_F(RunControllerTest, AnotherProgramIsRefusedWhileOneIsHalted) {
   EXPECT_EQ(dialogs.shown[1].icon, Icon::Critical);
   EXPECT_EQ(Calls().size(), 1u);
   EXPECT_EQ(ws.Program(2).Status, "Program ready");
+  dialogs.answer(Answer::OK);
+  StepBack(ws, ui, -1);  // "&Back" with no run would pass -1; refused the same way
+  EXPECT_EQ(dialogs.messages().back(), "Cannot step back, start this Quantum Program and try again");
 
   // Reset enables the commands before it calls the engine.
   std::size_t callsAtEnable = 0;
