@@ -8,6 +8,11 @@ namespace orvex {
 
 std::string Format000(double value) {
   if (!std::isfinite(value)) return std::isnan(value) ? "NaN" : (value > 0 ? "Inf" : "-Inf");
+  char buf[512];
+  if (std::fabs(value) >= 1e15) {  // beyond the exact path below; never met by qubit values
+    std::snprintf(buf, sizeof buf, "%.3f", value);
+    return buf;
+  }
   // The product of a double and 1000 is exact in long double (64-bit mantissa), so the
   // rounding below sees the true value and rounds ties away from zero.
   const long double thousandths = std::roundl(static_cast<long double>(value) * 1000.0L);
@@ -15,7 +20,6 @@ std::string Format000(double value) {
   const long double magnitude = negative ? -thousandths : thousandths;
   const long long whole = static_cast<long long>(magnitude / 1000.0L);
   const int frac = static_cast<int>(magnitude - static_cast<long double>(whole) * 1000.0L);
-  char buf[64];
   std::snprintf(buf, sizeof buf, "%s%lld.%03d", negative ? "-" : "", whole, frac);
   return buf;
 }

@@ -70,6 +70,7 @@ TEST(QubitToolTip, ThreeDecimalsRoundingAndSign) {
   EXPECT_EQ(Format000(0.0625), "0.063");  // an exact half rounds away from zero
   EXPECT_EQ(Format000(-0.0625), "-0.063");
   EXPECT_EQ(Format000(12.5), "12.500");
+  EXPECT_EQ(Format000(-1e20), "-100000000000000000000.000");
   EXPECT_EQ(Format000(-0.0), "0.000");
   EXPECT_EQ(Format000(-0.0001), "0.000");
   EXPECT_EQ(QubitToolTip(-0.1, 1.2, -2), "x = -0.100 ,y = 1.200 ,z = -2.000");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QImage>
+#include <QScreen>
 #include <QCoreApplication>
 
 #include "view/gui/sphere_renderer.h"
@@ -89,6 +90,7 @@ TEST(sQubit, BoxesFillColumnsOfTheGrid) {
   for (int q = 1; q <= 9; ++q)
     EXPECT_EQ(w.box(q)->toolTip(), QStringLiteral("Qubit %1").arg(q));
   EXPECT_THROW(w.box(10), RuntimeError);
+  EXPECT_EQ(w.size(), QSize(3 * s, 4 * s));  // fitted around the grid
 }
 
 TEST(sQubit, SizeSettingAndLargestGrid) {
@@ -103,6 +105,14 @@ TEST(sQubit, SizeSettingAndLargestGrid) {
   EXPECT_EQ(w.boxEdge(), large);
   EXPECT_EQ(w.box(32)->geometry(), QRect(6 * large, large, large, large));
   EXPECT_EQ(w.box(6)->geometry(), QRect(large, 0, large, large));
+  // Seven columns of the largest boxes do not fit the test screen: the window stays on it
+  // and scrolls.
+  const QRect avail = w.screen()->availableGeometry();
+  if (7 * large > avail.width()) {
+    EXPECT_LE(w.width(), avail.width());
+    EXPECT_LE(w.height(), avail.height());
+    EXPECT_TRUE(avail.contains(w.geometry()));
+  }
 }
 
 TEST(sQubit, OneAndTwoQubits) {
