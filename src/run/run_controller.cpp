@@ -4,12 +4,14 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <utility>
 
 #include "platform/dialogs.h"
 #include "program/program_table.h"
 #include "run/engine_library.h"
 #include "run/engine_messages.h"
 #include "run/run_directory.h"
+#include "run/run_position.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
@@ -43,12 +45,21 @@ void CallEngine(Kv3Entry engine, Workspace& ws, int slot, std::int32_t* status,
   ws.EngineProgramName = back;
 }
 
-// Marks of StepTable: 0 nothing recorded, else 1 + (row + 1).
-std::int16_t MarkOf(int row) { return static_cast<std::int16_t>(row + 2); }
-int RowOf(std::int16_t mark) { return mark >= 2 ? mark - 2 : -1; }
+// Marks of StepTable: 0 nothing recorded, 1 recorded at an unknown position, else 2 + the
+// position in the program's walk (run/run_position.h).
+std::int16_t MarkOf(int position) { return static_cast<std::int16_t>(position >= 0 ? position + 2 : 1); }
+int PositionOf(std::int16_t mark) { return mark >= 2 ? mark - 2 : -1; }
 
-// Appends the state in StartX/Y/Z as the next recorded step with the row `row`.
-void RecordStep(Workspace& ws, int slot, int row) {
+// The row shown for a recorded mark; -1 when the position is unknown or cannot be placed.
+int RowOfMark(const Workspace& ws, int slot, std::int16_t mark) {
+  const int position = PositionOf(mark);
+  if (position <= 0) return position;  // 0: the "Start" row; -1: unknown
+  auto walk = WalkProgram(ws, slot, RunDirectoryOf(ws, slot));
+  return walk ? RowAt(*walk, position) : -1;
+}
+
+// Appends the state in StartX/Y/Z as the next recorded step, at walk position `position`.
+void RecordStep(Workspace& ws, int slot, int position) {
   int index = RecordedSteps(ws) + 1;
   if (index > kMaxSteps) {  // full: the oldest entry goes
     for (int k = 1; k < kMaxSteps; ++k) {
@@ -66,20 +77,20 @@ void RecordStep(Workspace& ws, int slot, int row) {
     ws.HistoryY(q, index) = ws.StartY[q - 1];
     ws.HistoryZ(q, index) = ws.StartZ[q - 1];
   }
-  ws.StepTable(index) = MarkOf(row);
+  ws.StepTable(index) = MarkOf(position);
   ws.CurrentStep(slot) = static_cast<std::int16_t>(index - 1);
 }
 
-// The row a halt reaches from row `from` (see the header); -1 when it cannot be told.
-int DeriveRow(const ProgramSlot& program, int from, int mode, std::int32_t granularityWord) {
-  if (from < 0) return -1;
-  if (mode == kModeStep && granularityWord != 0) return -1;
-  for (const ProgramRow& row : program.Rows)
-    if (row.Icon == kIconProgramRow) return -1;
-  const int wanted = mode == kModeRun ? kIconBreakpoint : kIconMI;
-  for (int r = from + 1; r < static_cast<int>(program.Rows.size()); ++r)
-    if (program.Rows[r].Icon == wanted) return r;
-  return -1;
+// The walk position a halt reaches from position `from`, and its row; -1 for both when it
+// cannot be told (see the header).
+std::pair<int, int> DeriveHalt(const Workspace& ws, int slot, int from, int mode,
+                               std::int32_t granularityWord) {
+  if (from < 0 || (mode == kModeStep && granularityWord != 0)) return {-1, -1};
+  auto walk = WalkProgram(ws, slot, RunDirectoryOf(ws, slot));
+  if (!walk) return {-1, -1};
+  auto position = NextHalt(*walk, from, mode);
+  if (!position) return {-1, -1};
+  return {*position, RowAt(*walk, *position)};
 }
 
 // The program goes back to idle after a failed run; the engine holds no run of it any more.
@@ -181,7 +192,7 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
       ws.EngineFlags[3] = (g >= 0 && g <= 2) ? kGranularityWord[g] : 0;
       RecordStep(ws, slot, 0);  // the start state, at the "Start" row
     }
-    const int from = RowOf(ws.StepTable(RecordedSteps(ws)));
+    const int from = PositionOf(ws.StepTable(RecordedSteps(ws)));
     const std::int32_t granularityWord = ws.EngineFlags[3];
 
     ws.RunningProgram = static_cast<std::int16_t>(slot);
@@ -211,8 +222,9 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     ws.StartZ = ws.EngineZ;
     CopyEngineState(ws, slot);
     const bool halted = ws.EngineError == 0 && ws.EngineProgress[slot - 1] > 0;
-    const int row = halted ? DeriveRow(program, from, mode, granularityWord) : -1;
-    RecordStep(ws, slot, row);
+    const auto [position, row] =
+        halted ? DeriveHalt(ws, slot, from, mode, granularityWord) : std::pair<int, int>{-1, -1};
+    RecordStep(ws, slot, position);
 
     if (ws.EngineError != 0) {
       HandleEngineError(ws, ui, slot, engine);
@@ -262,7 +274,7 @@ void StepBack(Workspace& ws, RunUi& ui, int slot) {
     ws.QubitY(slot, q) = ws.HistoryY(q, index);
     ws.QubitZ(slot, q) = ws.HistoryZ(q, index);
   }
-  ws.Program(slot).CurrentRow = RowOf(ws.StepTable(index));
+  ws.Program(slot).CurrentRow = RowOfMark(ws, slot, ws.StepTable(index));
   ui.programChanged(slot);
   ui.updateQubitDisplay(slot);
 }

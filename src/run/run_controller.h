@@ -3,22 +3,23 @@
 // of every open program. Qt-free; the windows are told what happened through RunUi.
 //
 // Step history. Entry k (1..1000) of HistoryX/Y/Z holds the qubit state of recorded step k,
-// StepTable(k) its mark (0 = nothing recorded, otherwise 1 + (row + 1), row the program row
-// reached, -1 when unknown). A start from idle records the start state as entry 1 and sets
-// CurrentStep to 0; every completed RunProgram (a halt, the finish, an engine error) appends
-// one entry after the last recorded one and sets CurrentStep to that entry's index - 1, so
-// CurrentStep + 1 indexes the entry shown. When the table is full the oldest entry is dropped.
-// Back moves CurrentStep one entry down (never below 0, the oldest entry kept) and restores its
-// state and mark without calling the engine; continuing afterwards appends after the last
-// recorded entry, since the engine goes on from where it stopped.
+// StepTable(k) its mark: 0 nothing recorded, 1 a position that cannot be told, else 2 + the
+// position in the program's walk (run/run_position.h; 0 is the start). A start from idle
+// records the start state as entry 1 and sets CurrentStep to 0; every completed RunProgram (a
+// halt, the finish, an engine error) appends one entry after the last recorded one and sets
+// CurrentStep to that entry's index - 1, so CurrentStep + 1 indexes the entry shown. When the
+// table is full the oldest entry is dropped. Back moves CurrentStep one entry down (never
+// below 0, the oldest entry kept) and restores its state and row without calling the engine;
+// continuing afterwards appends after the last recorded entry, since the engine goes on from
+// where it stopped.
 //
-// Current row. The engine does not report its position, so the controller derives the row a
-// halt has reached from the program's rows, starting at the row of the last recorded entry:
-// a run (mode 0) halts on the next "Breakpoint" row, a step (mode 1) in program-step
-// granularity ends on the next MI row. A program that calls other programs (their steps and
-// breakpoints count too) and steps of main-step or all-step granularity give -1 (unknown),
-// and so does everything after an unknown position until the next start from idle. The
-// derived row is shown in ProgramSlot::CurrentRow while halted, -1 otherwise.
+// Current row. The engine does not report its position, so the controller derives it from
+// the position of the last recorded entry: a run (mode 0) halts after the next breakpoint of
+// the walk, a step (mode 1) in program-step granularity after the next MI call; called
+// programs are expanded, their MIs and breakpoints marking the calling row. Steps of
+// main-step or all-step granularity, or a walk that cannot be made (a called program
+// unreadable), give an unknown position: the row is -1 then, and stays so until the next
+// start from idle. The row is shown in ProgramSlot::CurrentRow while halted, -1 otherwise.
 //
 // Errors. An engine error (non-zero status) makes the clean-up call, returns the program to
 // idle ("Program ready", commands enabled: the engine has abandoned the run) and then shows

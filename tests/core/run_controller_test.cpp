@@ -139,6 +139,44 @@ TEST_F(RunControllerTest, BackStopsAtTheOldestOfTheLast1000RecordedSteps) {
   EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), 2);
 }
 
+TEST_F(RunControllerTest, HaltsInsideACalledProgramMarkTheCallingRow) {
+  dir.write("app/progs/loop.kvp", "!Quantum program progs/loop.kvp\r\n@A.MI\r\n!BREAKPOINT\r\n@B.MI\r\n");
+  // Start, INITIALIZE, loop (A, breakpoint, B), Breakpoint, B.
+  SetProgram(1, "progs/main.kvp",
+             {{"Start", kIconStart}, {"INITIALIZE", kIconMI}, {"loop", kIconProgramRow},
+              {"Breakpoint", kIconBreakpoint}, {"B", kIconMI}});
+  Script("0 1 0 0 .1 0 0\n0 1 0 0 .2 0 0\n0 1 0 0 .3 0 0\n");
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 2);  // the breakpoint inside loop
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 3);
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 4);
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 3);
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 2);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .1);
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 0);
+}
+
+TEST_F(RunControllerTest, AnUnreadableCalledProgramLeavesTheRowUnknown) {
+  // loop.MP names progs/loop.kvp, which does not exist here.
+  SetProgram(1, "progs/main.kvp",
+             {{"Start", kIconStart}, {"loop", kIconProgramRow}, {"Breakpoint", kIconBreakpoint}});
+  Script("0 1 0 0\n0 1 0 0\n");
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_EQ(ws.Program(1).Status, "Program halted");
+  EXPECT_EQ(ws.Program(1).CurrentRow, -1);
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.Program(1).CurrentRow, -1);
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.Program(1).CurrentRow, -1);
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 0);
+}
+
 TEST_F(RunControllerTest, GranularityIsSetOnlyWhenStartingFromIdle) {
   Script("0 1 0 0\n0 1 0 0\n0 0 0 0\n0 1 0 0\n");
   ws.StepGranularity = 1;
