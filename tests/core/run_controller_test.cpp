@@ -264,6 +264,13 @@ TEST_F(RunControllerTest, AnotherProgramIsRefusedWhileOneIsHalted) {
   StepBack(ws, ui, -1);  // "&Back" with no run would pass -1; refused the same way
   EXPECT_EQ(dialogs.messages().back(), "Cannot step back, start this Quantum Program and try again");
 
+  // Resetting the other program leaves the halted run alone.
+  ResetProgram(ws, ui, 2);
+  EXPECT_EQ(ws.RunningProgram, 1);
+  EXPECT_EQ(Calls().size(), 1u);
+  EXPECT_EQ(ws.Program(2).Status, "Program reset");
+  EXPECT_EQ(ui.count("enable 1") + ui.count("enable 2"), 0);
+
   // Reset enables the commands before it calls the engine.
   std::size_t callsAtEnable = 0;
   ui.onEnable = [&](bool enabled) { if (enabled) callsAtEnable = Calls().size(); };
@@ -278,7 +285,7 @@ TEST_F(RunControllerTest, AnotherProgramIsRefusedWhileOneIsHalted) {
   EXPECT_EQ(ws.ProgramQubits(1), 0);
   EXPECT_EQ(ws.Program(1).Status, "Program reset");
   EXPECT_EQ(ws.Program(1).CurrentRow, -1);
-  EXPECT_EQ(ui.count("refresh qubit window"), 1);
+  EXPECT_EQ(ui.count("refresh qubit window"), 2);  // both resets
 
   // Now program 2 may run; it is prepared in the same directory and starts from its beginning.
   RunProgram(ws, ui, 2, kModeRun);
