@@ -1,0 +1,94 @@
+// The demo programs of data/progs run against their MI sets as the workbench lays them out
+// (the set's MI files copied beside the program) and end with the Q values their
+// "# expect:" line states.
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "engine_test_util.h"
+
+namespace fs = std::filesystem;
+
+namespace orvex::engine::test {
+namespace {
+
+std::string ReadAll(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::ostringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+struct Demo {
+  fs::path program;
+  std::string set;
+  std::vector<double> expect;  // Qx Qy Qz per qubit
+};
+
+std::vector<Demo> Demos() {
+  std::vector<Demo> demos;
+  const fs::path dir = fs::path(ORVEX_SOURCE_DIR) / "data" / "progs";
+  for (const auto& e : fs::directory_iterator(dir)) {
+    if (e.path().extension() != ".kvp") continue;
+    Demo d;
+    d.program = e.path();
+    std::istringstream in(ReadAll(e.path()));
+    std::string line;
+    while (std::getline(in, line)) {
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      if (line.rfind("# set: ", 0) == 0) d.set = line.substr(7);
+      if (line.rfind("# expect: ", 0) == 0) {
+        std::istringstream values(line.substr(10));
+        std::string token;
+        while (values >> token)
+          if (token != "|") d.expect.push_back(std::stod(token));
+      }
+    }
+    demos.push_back(d);
+  }
+  return demos;
+}
+
+TEST(DemoPrograms, EndWithTheExpectedQubitStates) {
+  const auto demos = Demos();
+  ASSERT_GE(demos.size(), 4u);
+  for (const Demo& d : demos) {
+    SCOPED_TRACE(d.program.filename().string());
+    ASSERT_FALSE(d.set.empty());
+    const fs::path set = fs::path(ORVEX_SOURCE_DIR) / "data" / "MI" / d.set;
+    const int qubits = std::stoi(ReadAll(set / "qubits.dat"));
+    ASSERT_EQ(d.expect.size(), 3u * qubits);
+    RunDir dir;
+    for (const auto& f : fs::directory_iterator(set))
+      if (f.path().extension() == ".MI") dir.write(f.path().filename().string(), ReadAll(f.path()));
+    dir.write(d.program.filename().string(), ReadAll(d.program));
+    Simulator sim;
+    CallArgs a = RunToEnd(sim, d.program.filename().string());
+    ASSERT_EQ(a.status, 0) << dir.read("kv1dll.log");
+    ASSERT_EQ(sim.Qubits(), qubits);
+    for (int q = 0; q < qubits; ++q) {
+      EXPECT_NEAR(a.x[q], d.expect[3 * q], 1e-6) << "qubit " << q + 1;
+      EXPECT_NEAR(a.y[q], d.expect[3 * q + 1], 1e-6) << "qubit " << q + 1;
+      EXPECT_NEAR(a.z[q], d.expect[3 * q + 2], 1e-6) << "qubit " << q + 1;
+    }
+  }
+}
+
+TEST(DemoPrograms, SetsHoldTheWorkbenchLayout) {
+  for (const char* name : {"ideal2", "ideal3"}) {
+    const fs::path set = fs::path(ORVEX_SOURCE_DIR) / "data" / "MI" / name;
+    const std::string qubits = ReadAll(set / "qubits.dat");
+    EXPECT_EQ(qubits, std::string(" ") + name[5] + " \r\n");
+    const std::string init = ReadAll(set / "INITIALIZE.MI");
+    EXPECT_NE(init.find("\r\nINITIAL STATE: SPIN UP\r\nEND\r\n"), std::string::npos);
+    for (const auto& f : fs::directory_iterator(set)) {
+      const std::string text = ReadAll(f.path());
+      // CR LF line ends throughout.
+      for (std::size_t p = text.find('\n'); p != std::string::npos; p = text.find('\n', p + 1))
+        ASSERT_TRUE(p > 0 && text[p - 1] == '\r') << f.path();
+    }
+  }
+}
+
+} // namespace
+} // namespace orvex::engine::test

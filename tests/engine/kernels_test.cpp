@@ -1,0 +1,156 @@
+// Kernels under both threading policies against plain dense application, and the
+// closed-form factors against the matrix exponential of their generators.
+#include <random>
+
+#include "engine/kernels.h"
+#include "engine/parallel.h"
+#include "engine_test_util.h"
+
+namespace orvex::engine::test {
+namespace {
+
+std::vector<Amp> RandomAmps(int n, unsigned seed) {
+  std::mt19937_64 gen(seed);
+  std::normal_distribution<double> g;
+  std::vector<Amp> v(std::size_t{1} << n);
+  double norm = 0;
+  for (auto& a : v) {
+    a = Amp(g(gen), g(gen));
+    norm += std::norm(a);
+  }
+  for (auto& a : v) a /= std::sqrt(norm);
+  return v;
+}
+
+std::vector<Op> RandomOps(int n, unsigned seed, int count) {
+  std::mt19937_64 gen(seed);
+  std::uniform_real_distribution<double> u(-2, 2);
+  std::uniform_int_distribution<int> bit(0, n - 1);
+  std::vector<Op> ops;
+  for (int k = 0; k < count; ++k) {
+    const int a = bit(gen);
+    if (k % 3 == 2 && n > 1) {
+      int b = bit(gen);
+      while (b == a) b = bit(gen);
+      // Both orders of the two bits occur.
+      ops.push_back(PairFactor(a, b, u(gen), u(gen), u(gen), u(gen)));
+    } else {
+      ops.push_back(FieldFactor(a, u(gen), u(gen), u(gen), u(gen)));
+    }
+  }
+  return ops;
+}
+
+void Load(StateVector& s, const std::vector<Amp>& v) {
+  for (std::uint64_t i = 0; i < v.size(); ++i) s.Set(i, v[i]);
+}
+
+double MaxDiff(const StateVector& s, const std::vector<Amp>& v) {
+  double d = 0;
+  for (std::uint64_t i = 0; i < v.size(); ++i) d = std::max(d, std::abs(s.Get(i) - v[i]));
+  return d;
+}
+
+template <class Policy>
+class KernelPolicy : public ::testing::Test {};
+using Policies = ::testing::Types<ParallelFor, SequentialFor>;
+TYPED_TEST_SUITE(KernelPolicy, Policies);
+
+TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
+  const TypeParam policy;
+  for (int n : {1, 3, 9, 11}) {
+    const auto psi0 = RandomAmps(n, 7 + n);
+    const auto ops = RandomOps(n, 11 + n, n == 1 ? 4 : 40);
+    std::vector<Amp> dense = psi0;
+    for (const Op& op : ops) ApplyDense(dense, op);
+
+    StateVector literal, tiled, wide;
+    ASSERT_TRUE(literal.Allocate(n) && tiled.Allocate(n) && wide.Allocate(n));
+    Load(literal, psi0);
+    Load(tiled, psi0);
+    Load(wide, psi0);
+    for (const Op& op : ops) ApplyLiteral(policy, literal, op);
+    ApplyOps(policy, tiled, ops, 5);  // small tiles: many groups and gathers
+    ApplyOps(policy, wide, ops);      // the register fits one tile
+    EXPECT_LT(MaxDiff(literal, dense), 1e-12) << n;
+    EXPECT_LT(MaxDiff(tiled, dense), 1e-12) << n;
+    EXPECT_LT(MaxDiff(wide, dense), 1e-12) << n;
+  }
+}
+
+TYPED_TEST(KernelPolicy, MeasureMatchesDenseExpectations) {
+  const TypeParam policy;
+  const int n = 10;
+  const auto psi0 = RandomAmps(n, 3);
+  StateVector s;
+  ASSERT_TRUE(s.Allocate(n));
+  Load(s, psi0);
+  Vector v(psi0.size());
+  for (std::size_t i = 0; i < psi0.size(); ++i) v[static_cast<Eigen::Index>(i)] = psi0[i];
+  for (int tile : {4, 6, kTileBits}) {
+    const Expectations e = Measure(policy, s, tile);
+    EXPECT_NEAR(e.norm2, 1.0, 1e-12);
+    for (int q = 1; q <= n; ++q) {
+      const auto ref = QOf(v, n, q);
+      EXPECT_NEAR((1 - e.qubits[q - 1].x) / 2, ref[0], 1e-12) << q << " tile " << tile;
+      EXPECT_NEAR((1 - e.qubits[q - 1].y) / 2, ref[1], 1e-12) << q << " tile " << tile;
+      EXPECT_NEAR((1 - e.qubits[q - 1].z) / 2, ref[2], 1e-12) << q << " tile " << tile;
+    }
+  }
+}
+
+TEST(KernelPolicies, ThreadedAndSequentialAgree) {
+  const int n = 12;
+  const auto psi0 = RandomAmps(n, 5);
+  const auto ops = RandomOps(n, 6, 60);
+  StateVector a, b;
+  ASSERT_TRUE(a.Allocate(n) && b.Allocate(n));
+  Load(a, psi0);
+  Load(b, psi0);
+  ApplyOps(ParallelFor(), a, ops, 6);
+  ApplyOps(SequentialFor(), b, ops, 6);
+  double d = 0;
+  for (std::uint64_t i = 0; i < a.Size(); ++i) d = std::max(d, std::abs(a.Get(i) - b.Get(i)));
+  EXPECT_LT(d, 1e-12);
+  const Expectations ea = Measure(ParallelFor(), a, 6), eb = Measure(SequentialFor(), b, 6);
+  for (int q = 0; q < n; ++q) {
+    EXPECT_NEAR(ea.qubits[q].x, eb.qubits[q].x, 1e-12);
+    EXPECT_NEAR(ea.qubits[q].y, eb.qubits[q].y, 1e-12);
+    EXPECT_NEAR(ea.qubits[q].z, eb.qubits[q].z, 1e-12);
+  }
+}
+
+TEST(Factors, FieldFactorIsTheExponentialOfTheField) {
+  const double hx = 0.3, hy = -1.1, hz = 0.7, theta = 0.9;
+  const Op op = FieldFactor(0, hx, hy, hz, theta);
+  // exp(+i theta h.sigma/2) = exp(-i H theta) with H = -h.sigma/2.
+  const Matrix h = -(hx * Pauli('x') + hy * Pauli('y') + hz * Pauli('z')) / 2.0;
+  const Matrix u = Expm(h, theta);
+  EXPECT_LT(std::abs(op.m[0] - u(0, 0)), 1e-14);
+  EXPECT_LT(std::abs(op.m[1] - u(0, 1)), 1e-14);
+  EXPECT_LT(std::abs(op.m[2] - u(1, 0)), 1e-14);
+  EXPECT_LT(std::abs(op.m[3] - u(1, 1)), 1e-14);
+  const Op none = FieldFactor(0, 0, 0, 0, theta);
+  EXPECT_EQ(none.m[0], Amp(1));
+  EXPECT_EQ(none.m[1], Amp(0));
+}
+
+TEST(Factors, PairFactorIsTheExponentialOfThePairTerm) {
+  const double jx = 0.8, jy = -0.35, jz = 1.4, theta = 0.6;
+  MiSpec spec;
+  spec.qubits = 2;
+  spec.Pair(1, 2, jx, jy, jz);
+  const Matrix u = Expm(Hamiltonian(spec, 2, 0), theta);
+  std::vector<Amp> psi = {Amp(0.1, 0.2), Amp(-0.3, 0.4), Amp(0.5, -0.1), Amp(0.2, 0.6)};
+  Vector v(4);
+  for (int i = 0; i < 4; ++i) v[i] = psi[i];
+  const Vector ref = u * v;
+  for (const Op& op : {PairFactor(0, 1, jx, jy, jz, theta), PairFactor(1, 0, jx, jy, jz, theta)}) {
+    auto out = psi;
+    ApplyDense(out, op);
+    for (int i = 0; i < 4; ++i) EXPECT_LT(std::abs(out[i] - ref[i]), 1e-14) << i;
+  }
+}
+
+} // namespace
+} // namespace orvex::engine::test

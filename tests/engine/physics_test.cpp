@@ -1,0 +1,302 @@
+// The physics of the engine against closed-form results and against a dense reference
+// exp(-iHT) (and a fine Runge-Kutta integration for time-dependent fields).
+#include <functional>
+#include <random>
+
+#include "engine_test_util.h"
+
+namespace orvex::engine::test {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+enum { Hx0, Hx1, Wx, Hy0, Hy1, Wy, Hz0, Hz1, Wz, Px, Py, Pz };
+
+MiSpec Init(int qubits, const std::string& state = "SPIN UP") {
+  MiSpec m;
+  m.qubits = qubits;
+  m.fieldSteps = 0;
+  m.intermediateSteps = 0;
+  m.timeStep = 0;
+  m.initial = state;
+  return m;
+}
+
+// Rotation of qubit q by `angle` about y (|0> to |+> for pi/2).
+MiSpec RotateY(int qubits, int q, double angle) {
+  MiSpec m;
+  m.qubits = qubits;
+  m.Field(q, Hy0, -angle);
+  return m;
+}
+
+struct Session {
+  RunDir dir;
+  Simulator sim;
+  CallArgs args;
+  // Writes the MIs as m1.MI, m2.MI, ... and a program calling them in order; runs it.
+  void Go(const std::vector<MiSpec>& mis) {
+    std::vector<std::string> lines;
+    for (std::size_t k = 0; k < mis.size(); ++k) {
+      const std::string name = "m" + std::to_string(k + 1) + ".MI";
+      dir.write(name, mis[k].Text());
+      lines.push_back("@" + name);
+    }
+    dir.write("test.kvp", ProgramText(lines));
+    args = RunToEnd(sim, "test.kvp");
+    ASSERT_EQ(args.status, 0) << dir.read("kv1dll.log");
+  }
+};
+
+TEST(Physics, RabiRotationAboutX) {
+  for (double t : {0.4, 1.0, 2.5}) {
+    const double h = 1.3;
+    MiSpec rabi;
+    rabi.Field(1, Hx0, h);
+    rabi.fieldSteps = 4;
+    rabi.intermediateSteps = 3;
+    rabi.timeStep = t / 4;
+    Session r;
+    r.Go({Init(1), rabi});
+    EXPECT_NEAR(r.args.z[0], std::pow(std::sin(h * t / 2), 2), 1e-12) << t;
+    EXPECT_NEAR(r.args.y[0], (1 - std::sin(h * t)) / 2, 1e-12) << t;
+    EXPECT_NEAR(r.args.x[0], 0.5, 1e-12) << t;
+  }
+}
+
+TEST(Physics, PrecessionUnderAZField) {
+  const double hz = 0.9, t = 2.2;
+  MiSpec precess;
+  precess.Field(1, Hz0, hz);
+  precess.timeStep = t;
+  Session r;
+  r.Go({Init(1), RotateY(1, 1, kPi / 2), precess});
+  EXPECT_NEAR(r.args.x[0], (1 - std::cos(hz * t)) / 2, 1e-12);
+  EXPECT_NEAR(r.args.y[0], (1 + std::sin(hz * t)) / 2, 1e-12);
+  EXPECT_NEAR(r.args.z[0], 0.5, 1e-12);
+}
+
+TEST(Physics, IsotropicCouplingExchangesTheQubits) {
+  const double j = 0.7;
+  for (double t : {1.0, kPi / j}) {
+    MiSpec flip;  // qubit 1 to |1>
+    flip.qubits = 2;
+    flip.Field(1, Hx0, -kPi);
+    MiSpec exchange;
+    exchange.qubits = 2;
+    exchange.Pair(1, 2, j, j, j);
+    exchange.timeStep = t;
+    Session r;
+    r.Go({Init(2), flip, exchange});
+    EXPECT_NEAR(r.args.z[0], std::pow(std::cos(j * t / 2), 2), 1e-12) << t;
+    EXPECT_NEAR(r.args.z[1], std::pow(std::sin(j * t / 2), 2), 1e-12) << t;
+  }
+}
+
+TEST(Physics, IsingCouplingGivesTheZZPhase) {
+  const double jz = 1.7, t = 0.8;
+  MiSpec zz;
+  zz.qubits = 2;
+  zz.Pair(2, 1, 0, 0, jz);  // the reversed order couples the same pair
+  zz.timeStep = t;
+  Session r;
+  r.Go({Init(2), RotateY(2, 1, kPi / 2), RotateY(2, 2, kPi / 2), zz});
+  for (int q = 0; q < 2; ++q) {
+    EXPECT_NEAR(r.args.x[q], (1 - std::cos(jz * t / 2)) / 2, 1e-12);
+    EXPECT_NEAR(r.args.y[q], 0.5, 1e-12);
+    EXPECT_NEAR(r.args.z[q], 0.5, 1e-12);
+  }
+}
+
+TEST(Physics, ResonantOscillatingFieldFlipsTheSpin) {
+  // Rotating-wave limit: amplitude eps at the Larmor frequency gives Rabi frequency eps/2,
+  // so a full flip after 2 pi / eps.
+  const double w0 = 1.0, eps = 0.02, t = 2 * kPi / eps;
+  MiSpec drive;
+  drive.Field(1, Hz0, w0).Field(1, Hx1, eps).Field(1, Wx, w0);
+  drive.fieldSteps = 100;
+  drive.intermediateSteps = 64;
+  drive.timeStep = t / 100;
+  Session r;
+  r.Go({Init(1), drive});
+  EXPECT_GT(r.args.z[0], 0.99);
+  // Half the time: on the equator.
+  drive.timeStep = t / 200;
+  Session half;
+  half.Go({Init(1), drive});
+  EXPECT_NEAR(half.args.z[0], 0.5, 0.02);
+}
+
+// ---- Second order against the dense reference ----
+
+MiSpec RandomStatic(int n, unsigned seed, double t, long steps) {
+  std::mt19937_64 gen(seed);
+  std::uniform_real_distribution<double> u(-1.5, 1.5);
+  MiSpec m;
+  m.qubits = n;
+  for (int q = 1; q <= n; ++q) m.Field(q, Hx0, u(gen)).Field(q, Hy0, u(gen)).Field(q, Hz0, u(gen));
+  for (int i = 1; i <= n; ++i)
+    for (int j = i + 1; j <= n; ++j)
+      if (j == i + 1 || (i + j + seed) % 3 != 0) {
+        if (j % 2)
+          m.Pair(i, j, u(gen), u(gen), u(gen));
+        else
+          m.Pair(j, i, u(gen), u(gen), u(gen));
+      }
+  m.fieldSteps = 1;
+  m.intermediateSteps = steps;
+  m.timeStep = t;
+  return m;
+}
+
+// Runs a random initial state through `mi` and returns |psi_engine - psi_reference|.
+double ErrorAgainst(const MiSpec& mi, int n, const std::function<Vector(const Vector&)>& exact) {
+  RunDir dir;
+  MiSpec init = Init(n, "RANDOM");
+  init.seed = 4242;
+  dir.write("init.MI", init.Text());
+  dir.write("evolve.MI", mi.Text());
+  dir.write("test.kvp", ProgramText({"@init.MI", "@evolve.MI"}));
+  Simulator sim;
+  CallArgs a = StartArgs("test.kvp", 1, 0);
+  sim.Call(a);  // the initial state only
+  EXPECT_EQ(a.status, 0);
+  const Vector psi0 = StateOf(sim);
+  EXPECT_NEAR(psi0.norm(), 1.0, 1e-12);
+  sim.Call(a);
+  EXPECT_EQ(a.status, 0);
+  EXPECT_EQ(a.progress, 0);
+  return (StateOf(sim) - exact(psi0)).norm();
+}
+
+TEST(SecondOrder, ErrorFallsFourfoldPerHalvingAndVanishesForFineSteps) {
+  for (int n = 2; n <= 5; ++n) {
+    const double t = 1.3;
+    const MiSpec coarse = RandomStatic(n, 100 + n, t, 1);
+    const Matrix u = Expm(Hamiltonian(coarse, n, 0), t);
+    auto exact = [&](const Vector& v) -> Vector { return u * v; };
+    const double e8 = ErrorAgainst(RandomStatic(n, 100 + n, t, 8), n, exact);
+    const double e16 = ErrorAgainst(RandomStatic(n, 100 + n, t, 16), n, exact);
+    const double e32 = ErrorAgainst(RandomStatic(n, 100 + n, t, 32), n, exact);
+    EXPECT_NEAR(e8 / e16, 4.0, 0.4) << n << ": " << e8 << " " << e16;
+    EXPECT_NEAR(e16 / e32, 4.0, 0.3) << n << ": " << e16 << " " << e32;
+    EXPECT_LT(ErrorAgainst(RandomStatic(n, 100 + n, t, 20000), n, exact), 1e-8) << n;
+  }
+}
+
+TEST(SecondOrder, TimeDependentFieldsConvergeToTheIntegratedEvolution) {
+  const int n = 2;
+  MiSpec mi;
+  mi.qubits = n;
+  mi.Field(1, Hz0, 1.1).Field(1, Hx1, 0.8).Field(1, Wx, 1.3).Field(1, Px, 0.4);
+  mi.Field(2, Hy1, -0.6).Field(2, Wy, 2.1).Field(2, Hz0, 0.3).Field(2, Hz1, 0.5).Field(2, Wz, 0.7);
+  mi.Pair(1, 2, 0.4, -0.2, 0.9);
+  mi.fieldSteps = 3;
+  mi.timeStep = 0.7;
+  // Fourth-order Runge-Kutta on i d/dt psi = H(t) psi, with a step far below the engine's.
+  auto exact = [&](const Vector& v0) -> Vector {
+    Vector v = v0;
+    const int steps = 40000;
+    const double dt = mi.timeStep * static_cast<double>(mi.fieldSteps) / steps;
+    const std::complex<double> mi1(0, -1);
+    for (int s = 0; s < steps; ++s) {
+      const double t = s * dt;
+      const Matrix h0 = Hamiltonian(mi, n, t), h1 = Hamiltonian(mi, n, t + dt / 2),
+                   h2 = Hamiltonian(mi, n, t + dt);
+      const Vector k1 = mi1 * (h0 * v);
+      const Vector k2 = mi1 * (h1 * (v + dt / 2 * k1));
+      const Vector k3 = mi1 * (h1 * (v + dt / 2 * k2));
+      const Vector k4 = mi1 * (h2 * (v + dt * k3));
+      v += dt / 6 * (k1 + 2 * k2 + 2 * k3 + k4);
+    }
+    return v;
+  };
+  std::vector<double> errors;
+  for (long steps : {4, 8, 16}) {
+    mi.intermediateSteps = steps;
+    errors.push_back(ErrorAgainst(mi, n, exact));
+  }
+  EXPECT_NEAR(errors[0] / errors[1], 4.0, 0.5) << errors[0] << " " << errors[1];
+  EXPECT_NEAR(errors[1] / errors[2], 4.0, 0.5) << errors[1] << " " << errors[2];
+  mi.intermediateSteps = 2000;
+  EXPECT_LT(ErrorAgainst(mi, n, exact), 1e-6);
+}
+
+TEST(SecondOrder, TiledSweepsReproduceTheLiteralFormula) {
+  // 16 qubits: larger than one tile, so the grouped sweeps really regroup the factors.
+  const int n = 16;
+  MiSpec chain;
+  chain.qubits = n;
+  std::mt19937_64 gen(9);
+  std::uniform_real_distribution<double> u(-1, 1);
+  for (int q = 1; q <= n; ++q)
+    chain.Field(q, Hx0, u(gen)).Field(q, Hz0, u(gen)).Field(q, Hy1, u(gen)).Field(q, Wy, 2);
+  for (int q = 1; q < n; ++q) chain.Pair(q, q + 1, u(gen), u(gen), u(gen));
+  chain.Pair(1, n, 0.3, 0.2, 0.1);
+  chain.fieldSteps = 2;
+  chain.intermediateSteps = 2;
+  chain.timeStep = 0.5;
+  MiSpec init = Init(n, "RANDOM");
+  std::vector<Vector> results;
+  for (bool literal : {true, false}) {
+    RunDir dir;
+    dir.write("init.MI", init.Text());
+    dir.write("chain.MI", chain.Text());
+    dir.write("test.kvp", ProgramText({"@init.MI", "@chain.MI"}));
+    Simulator sim;
+    sim.SetLiteralSweeps(literal);
+    ASSERT_EQ(RunToEnd(sim, "test.kvp").status, 0);
+    results.push_back(StateOf(sim));
+  }
+  EXPECT_LT((results[0] - results[1]).cwiseAbs().maxCoeff(), 1e-10);
+}
+
+// ---- Initial states ----
+
+TEST(InitialStates, GroundStateIsTheLowestEigenvectorWithAPositiveLargestAmplitude) {
+  const int n = 3;
+  MiSpec ground = RandomStatic(n, 77, 0, 0);
+  ground.fieldSteps = 0;
+  ground.initial = "GROUND STATE";
+  Session r;
+  r.Go({ground});
+  const Vector v = StateOf(r.sim);
+  const Matrix h = Hamiltonian(ground, n, 0);
+  Eigen::SelfAdjointEigenSolver<Matrix> s(h);
+  EXPECT_NEAR(v.norm(), 1.0, 1e-12);
+  EXPECT_NEAR((v.adjoint() * h * v)(0, 0).real(), s.eigenvalues()[0], 1e-10);
+  Eigen::Index big = 0;
+  v.cwiseAbs().maxCoeff(&big);
+  EXPECT_GT(v[big].real(), 0);
+  EXPECT_EQ(v[big].imag(), 0);
+}
+
+TEST(InitialStates, RandomStateDependsOnTheSeedOnly) {
+  auto draw = [](unsigned long seed) {
+    MiSpec init = Init(4, "RANDOM");
+    init.seed = seed;
+    Session r;
+    r.Go({init});
+    return StateOf(r.sim);
+  };
+  const Vector a = draw(12345), b = draw(12345), c = draw(12346);
+  EXPECT_NEAR(a.norm(), 1.0, 1e-12);
+  EXPECT_EQ((a - b).norm(), 0.0);
+  EXPECT_GT((a - c).norm(), 0.1);
+  // Amplitudes spread over all components, not a basis state.
+  EXPECT_LT(a.cwiseAbs().maxCoeff(), 0.9);
+}
+
+TEST(InitialStates, SpinDownAndSpinUp) {
+  Session down;
+  down.Go({Init(3, "SPIN DOWN")});
+  for (int q = 0; q < 3; ++q) {
+    EXPECT_DOUBLE_EQ(down.args.z[q], 1.0);
+    EXPECT_DOUBLE_EQ(down.args.x[q], 0.5);
+  }
+  Session up;
+  up.Go({Init(3, "SPIN DOWN"), Init(3, "SPIN UP")});
+  for (int q = 0; q < 3; ++q) EXPECT_DOUBLE_EQ(up.args.z[q], 0.0);
+}
+
+} // namespace
+} // namespace orvex::engine::test
