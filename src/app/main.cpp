@@ -6,6 +6,7 @@
 #include "miset/miset_ui.h"
 #include "platform/appdir.h"
 #include "platform/gui/qt_dialogs.h"
+#include "program/gui/program_workbench.h"
 #include "workspace/errors.h"
 
 int main(int argc, char** argv) {
@@ -32,8 +33,10 @@ int main(int argc, char** argv) {
     orvex::Main0 main0(ws);
     dialogs.setParent(&main0);
     main0.setProgramArguments(options.positional);
+    orvex::ProgramWorkbench programs(main0);
     main0.show();
     main0.startUp();
+    programs.openProgramArguments();
     result = QApplication::exec();
     dialogs.setParent(nullptr);
   }

@@ -43,8 +43,8 @@ void WorkbenchUi::unloadQubitWindow() {
   if (main_.unloadQubitWindow) main_.unloadQubitWindow();
 }
 
-std::optional<int> WorkbenchUi::chooseSet(const std::vector<std::string>& names, int preselected) {
-  return SelectMI::Choose(names, preselected, &main_);
+std::optional<int> WorkbenchUi::chooseSet(const std::vector<std::string>& names, int& selected) {
+  return SelectMI::Choose(names, selected, &main_);
 }
 
 std::string WorkbenchUi::askSetName(const std::string& caption) {
@@ -295,7 +295,11 @@ bool Main0::queryClose() {
       ws_.Closing = false;
       return false;
     }
-    if (a == platform::Answer::Yes && saveProgram) saveProgram(slot);
+    // A save that did not complete keeps the workbench open: nothing is lost.
+    if (a == platform::Answer::Yes && saveProgram && !saveProgram(slot)) {
+      ws_.Closing = false;
+      return false;
+    }
   }
   // MI editors with unsaved edits ask for themselves; Cancel there keeps the workbench open.
   for (int s = 1; s <= kMaxMIEditors; ++s) {

@@ -1,0 +1,254 @@
+#include "program/gui/program_workbench.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QMdiArea>
+#include <QMdiSubWindow>
+
+#include "app/about_dialog.h"
+#include "app/help.h"
+#include "app/icons.h"
+#include "app/main0.h"
+#include "miset/miset_ui.h"
+#include "platform/dialogs.h"
+#include "program/gui/default_pg.h"
+#include "program/program_table.h"
+#include "run/run_commands.h"
+#include "run/run_controller.h"
+#include "run/run_directory.h"
+#include "view/gui/squbit.h"
+#include "workspace/errors.h"
+
+namespace orvex {
+
+ProgramWorkbench::ProgramWorkbench(Main0& main, QObject* parent)
+    : QObject(parent), main_(main), ws_(main.workspace()) {
+  for (const std::string& file : main_.programArguments()) {
+    std::error_code ec;
+    const std::filesystem::path absolute = std::filesystem::absolute(file, ec);
+    programFiles_.push_back(ec ? file : absolute.lexically_normal().string());
+  }
+  connectActions();
+  main_.resetProgram = [this](int slot) { command([&] { ResetProgram(ws_, *this, slot); }); };
+  main_.saveProgram = [this](int slot) {
+    bool saved = false;
+    command([&] { saved = SaveProgram(ws_, *this, slot); });
+    return saved;
+  };
+  main_.openCallableProgram = [this](const std::string& relativePath) {
+    command([&] {
+      if (int slot = OpenCallableProgram(ws_, *this, relativePath); slot > 0) {
+        ws_.Program(slot).Status = "Program ready";
+        programChanged(slot);
+      }
+    });
+  };
+  main_.arrangeWindows = [this] { arrangeWindows(); };
+  main_.unloadQubitWindow = [this] { unloadQubitWindow(); };
+}
+
+ProgramWorkbench::~ProgramWorkbench() {
+  main_.resetProgram = nullptr;
+  main_.saveProgram = nullptr;
+  main_.openCallableProgram = nullptr;
+  main_.arrangeWindows = nullptr;
+  main_.unloadQubitWindow = nullptr;
+  delete qubitWindow_.data();
+}
+
+void ProgramWorkbench::openProgramArguments() {
+  for (const std::string& file : programFiles_) command([&] { OpenProgram(ws_, *this, file); });
+}
+
+DefaultPG* ProgramWorkbench::editor(int slot) const {
+  if (slot < 1 || slot > kMaxPrograms) return nullptr;
+  return editors_[slot - 1].data();
+}
+
+int ProgramWorkbench::activeSlot() const {
+  QMdiSubWindow* current = main_.mdi()->currentSubWindow();
+  if (!current) return 0;
+  for (int s = 1; s <= kMaxPrograms; ++s)
+    if (frames_[s - 1] && frames_[s - 1].data() == current) return s;
+  return 0;
+}
+
+// ---- RunUi ------------------------------------------------------------------------------------
+
+void ProgramWorkbench::updateQubitDisplay(int slot) {
+  if (DefaultPG* e = editor(slot)) e->updateQubitDisplay();
+}
+
+void ProgramWorkbench::processEvents() { QCoreApplication::processEvents(); }
+
+void ProgramWorkbench::enableRunCommands(int slot, bool enabled) {
+  const RunCommandStates states = RunCommandStatesFor(enabled);
+  if (!editor(slot) && slot >= 1 && slot <= kMaxPrograms && !ws_.Program(slot).Name.empty()) showEditor(slot);
+  if (DefaultPG* e = editor(slot)) e->applyRunCommandStates(states);
+  main_.applyRunCommandStates(states);
+  // The animated qubit window is shown for the run.
+  if (!enabled && ws_.AnimateQubits > 0) showQubitWindow();
+  QCoreApplication::processEvents();
+}
+
+void ProgramWorkbench::programChanged(int slot) {
+  if (DefaultPG* e = editor(slot)) e->render();
+}
+
+void ProgramWorkbench::qubitWindowFrame() {
+  if (qubitWindow_) qubitWindow_->Frame();
+}
+
+void ProgramWorkbench::refreshQubitWindow() {
+  if (!qubitWindow_) return;
+  // The run was abandoned: every sphere back to its centre, without an arrow.
+  for (int q = 1; q <= qubitWindow_->qubits(); ++q) qubitWindow_->ShowValues(q, 0.5, 0.5, 0.5);
+}
+
+void ProgramWorkbench::showEditor(int slot) {
+  if (slot < 1 || slot > kMaxPrograms) return;
+  DefaultPG* e = editor(slot);
+  if (!e) {
+    e = new DefaultPG(ws_, *this, main_.miSetUi(), slot);
+    QMdiSubWindow* frame = main_.mdi()->addSubWindow(e);
+    frame->setAttribute(Qt::WA_DeleteOnClose, true);
+    frame->setWindowIcon(OrvexIcon(kIconStart));
+    frame->resize(frame->sizeHint().expandedTo(frame->minimumSizeHint()));
+    editors_[slot - 1] = e;
+    frames_[slot - 1] = frame;
+    connect(e, &DefaultPG::closed, this, [this](int s) {
+      if (s < 1 || s > kMaxPrograms) return;
+      editors_[s - 1] = nullptr;
+      frames_[s - 1] = nullptr;
+    });
+  }
+  e->render();
+  e->updateQubitDisplay();
+  QMdiSubWindow* frame = frames_[slot - 1].data();
+  frame->show();
+  main_.mdi()->setActiveSubWindow(frame);
+}
+
+void ProgramWorkbench::arrangeWindows() {
+  std::vector<QMdiSubWindow*> frames;
+  for (auto& f : frames_)
+    if (f && f->isVisible()) frames.push_back(f.data());
+  if (frames.empty()) return;
+  const QRect area = main_.mdi()->viewport()->rect();
+  // The editors stand side by side to the right of the MI list, overlapping when they must.
+  int left = 0;
+  if (QMdiSubWindow* list = main_.miListWindow(); list && list->isVisible()) left = list->geometry().right() + 1;
+  if (area.width() - left < frames.front()->minimumSizeHint().width()) left = 0;
+  const int count = static_cast<int>(frames.size());
+  const int available = std::max(area.width() - left, 1);
+  int width = available / count;
+  int step = width;
+  const int minimum = frames.front()->minimumSizeHint().width();
+  if (width < minimum) {
+    width = std::min(minimum, available);
+    step = count > 1 ? std::max((available - width) / (count - 1), 8) : 0;
+  }
+  const int height = std::max(area.height(), frames.front()->minimumSizeHint().height());
+  for (int i = 0; i < count; ++i) {
+    frames[i]->setGeometry(left + i * step, 0, width, height);
+    frames[i]->raise();
+  }
+}
+
+// ---- commands ------------------------------------------------------------------------------
+
+void ProgramWorkbench::command(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const RuntimeError& e) {
+    ReportRuntimeError(e);
+  } catch (const std::exception& e) {
+    platform::MsgBox(e.what(), platform::Icon::Critical);
+  }
+}
+
+void ProgramWorkbench::withActiveSlot(const std::function<void(int)>& f) {
+  const int slot = activeSlot();
+  if (slot == 0) return;  // no program editor is the active window
+  command([&] { f(slot); });
+}
+
+void ProgramWorkbench::connectAction(const char* name, std::function<void()> f) {
+  QAction* a = main_.action(QString::fromLatin1(name));
+  if (!a) return;
+  connect(a, &QAction::triggered, this, [f = std::move(f)] { f(); });
+}
+
+void ProgramWorkbench::connectActions() {
+  connectAction("MenuNew", [this] { command([this] { NewProgram(ws_, *this); }); });
+  connectAction("MenuOpen", [this] { command([this] { OpenProgram(ws_, *this); }); });
+  connectAction("MenuSave", [this] {
+    command([this] { SaveAllPrograms(ws_, *this); });
+    for (int s = 1; s <= kMaxPrograms; ++s) programChanged(s);
+  });
+  connectAction("MenuRun", [this] { withActiveSlot([this](int s) { RunProgram(ws_, *this, s, kModeRun); }); });
+  connectAction("MenuStep", [this] { withActiveSlot([this](int s) { RunProgram(ws_, *this, s, kModeStep); }); });
+  connectAction("MenuBack", [this] { command([this] { StepBack(ws_, *this, ws_.RunningProgram); }); });
+  connectAction("MenuReset", [this] { withActiveSlot([this](int s) { ResetProgram(ws_, *this, s); }); });
+  connectAction("MenuSaveP", [this] {
+    withActiveSlot([this](int s) {
+      SaveProgram(ws_, *this, s);
+      programChanged(s);
+    });
+  });
+  connectAction("MenuClearMI", [this] { clearRunDirectory(); });
+  connectAction("MenuRename", [this] {
+    withActiveSlot([this](int s) {
+      SaveProgramAs(ws_, *this, s);
+      programChanged(s);
+    });
+  });
+  connectAction("MenuArrange", [this] { arrangeWindows(); });
+  connectAction("MenuHelp2", [this] { command([this] { ShowHelp(ws_.AppDir); }); });
+  connectAction("MenuAbout", [this] {
+    frmAbout about(&main_);
+    about.exec();
+  });
+  if (QAction* animate = main_.action(QStringLiteral("MenuShowQubits"))) {
+    connect(animate, &QAction::toggled, this, [this](bool on) {
+      if (on) showQubitWindow();
+      else unloadQubitWindow();
+    });
+  }
+  for (const char* name : {"MenuSize0", "MenuSize1", "MenuSize2", "MenuSize3"}) {
+    connectAction(name, [this] {
+      if (qubitWindow_) qubitWindow_->Relayout();
+    });
+  }
+}
+
+void ProgramWorkbench::clearRunDirectory() {
+  withActiveSlot([this](int s) {
+    // A program never saved has no directory of its own yet.
+    std::string name = ws_.Program(s).Name;
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (name.empty() || name == "new") return;
+    ClearRunDirectory(ws_, s);
+  });
+}
+
+void ProgramWorkbench::showQubitWindow() {
+  const int n = std::clamp<int>(ws_.NumberOfQubits, 1, kMaxQubits);
+  if (qubitWindow_ && qubitWindow_->qubits() != n) unloadQubitWindow();
+  if (!qubitWindow_) qubitWindow_ = new sQubit(ws_, n, &main_);
+  qubitWindow_->show();
+  qubitWindow_->raise();
+}
+
+void ProgramWorkbench::unloadQubitWindow() {
+  if (qubitWindow_) {
+    qubitWindow_->hide();
+    qubitWindow_->deleteLater();
+    qubitWindow_ = nullptr;
+  }
+}
+
+} // namespace orvex

@@ -1,0 +1,356 @@
+// The program editor offscreen: its tool bar and rows, drops from the MI list and moves within
+// the list through real drag events on PG's viewport, the 1000-row limit, keys, double clicks
+// into the MI editor, the colour table, closing with changes and the program limit.
+#include <QDragEnterEvent>
+#include <QDragMoveEvent>
+#include <QDropEvent>
+#include <QKeyEvent>
+#include <QMimeData>
+#include <QToolBar>
+
+#include "mi/gui/default_mi.h"
+#include "miset/gui/mirow_mime.h"
+#include "platform/gui/twips.h"
+#include "program_workbench_fixture.h"
+#include "view/gui/qubit_stripes.h"
+
+namespace orvex::test {
+namespace {
+
+using platform::Answer;
+using platform::Icon;
+
+class ProgramEditorTest : public ProgramWorkbenchTest {
+protected:
+  void SetUp() override {
+    writeDemoSet();
+    programPath = writeProgram("progs/p.kvp", {"@A.MI", "!BREAKPOINT", "@B.MI", "@loop.MP"});
+    start("demo");
+    slot = OpenProgram(ws, *workbench, programPath);
+    ASSERT_EQ(slot, 1);
+    QApplication::processEvents();
+  }
+
+  // A drag entering, moving over and dropping on PG's viewport at `pos`; true when the drop
+  // was accepted. `moveAccepted` reports the drag-move answer.
+  bool dragAndDrop(DefaultPG& e, QMimeData* data, QPoint pos, bool* moveAccepted = nullptr) {
+    QWidget* viewport = e.PG->viewport();
+    const Qt::DropActions actions = Qt::CopyAction | Qt::MoveAction;
+    QDragEnterEvent enter(pos, actions, data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(viewport, &enter);
+    QDragMoveEvent move(pos, actions, data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(viewport, &move);
+    if (moveAccepted) *moveAccepted = move.isAccepted();
+    QDropEvent drop(pos, actions, data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(viewport, &drop);
+    delete data;
+    return drop.isAccepted();
+  }
+  static QPoint rowCentre(DefaultPG& e, int row) {
+    return e.PG->visualItemRect(e.PG->topLevelItem(row)).center();
+  }
+  static QPoint belowLastRow(DefaultPG& e) { return {10, e.PG->viewport()->height() - 3}; }
+  static QMimeData* ownRow(int slot, int row) {
+    auto* data = new QMimeData;
+    data->setData(QString::fromLatin1(kProgramRowMimeType),
+                  QByteArray::number(slot) + '\n' + QByteArray::number(row));
+    return data;
+  }
+  static void key(DefaultPG& e, int k, Qt::KeyboardModifiers mods = Qt::NoModifier) {
+    QTest::keyClick(e.PG, static_cast<Qt::Key>(k), mods);
+  }
+
+  std::string programPath;
+  int slot = 0;
+};
+
+TEST_F(ProgramEditorTest, ShowsRowsStatusCaptionAndToolBar) {
+  DefaultPG& e = editor(slot);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "A", "Breakpoint", "B", "loop"}));
+  const int icons[] = {kIconStart, kIconMI, kIconBreakpoint, kIconMI, kIconProgramRow};
+  for (int r = 0; r < 5; ++r) EXPECT_EQ(e.PG->topLevelItem(r)->data(0, Qt::UserRole).toInt(), icons[r]) << r;
+  EXPECT_EQ(header(e), "Program ready");
+  EXPECT_EQ(e.windowTitle(), "p");
+  EXPECT_EQ(e.PG->columnCount(), 1);
+
+  QStringList tips;
+  for (QAction* a : e.Toolbar1->actions()) tips << a->toolTip();
+  EXPECT_EQ(tips, (QStringList{"Clear program", "Save program", "Update MI", "Run", "Step", "Back", "Remove MI"}));
+  for (int i = 1; i <= 7; ++i) EXPECT_FALSE(e.button(i)->icon().isNull()) << i;
+
+  // No qubit boxes before the program has run.
+  for (QubitBox* box : e.Qubit) EXPECT_FALSE(box->isVisible());
+  // The window does not go below 2400 x 3600 twips.
+  EXPECT_EQ(e.minimumWidth(), platform::TwipsToPixels(2400, &e));
+  EXPECT_EQ(e.minimumHeight(), platform::TwipsToPixels(3600, &e));
+  QMdiSubWindow* frame = main->mdi()->currentSubWindow();
+  ASSERT_NE(frame, nullptr);
+  frame->resize(20, 20);
+  EXPECT_GE(e.width(), platform::TwipsToPixels(2400, &e));
+  EXPECT_GE(e.height(), platform::TwipsToPixels(3600, &e));
+  EXPECT_EQ(workbench->activeSlot(), slot);
+}
+
+TEST_F(ProgramEditorTest, MIListRowsDroppedGoBelowTheRowUnderTheCursor) {
+  ScriptedDialogs dialogs;
+  DefaultPG& e = editor(slot);
+  bool moveAccepted = false;
+  // Onto "A" (row 1): the new row becomes row 2.
+  EXPECT_TRUE(dragAndDrop(e, EncodeMIRow({"MI3", "B", kIconMI}), rowCentre(e, 1), &moveAccepted));
+  EXPECT_TRUE(moveAccepted);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "A", "B", "Breakpoint", "B", "loop"}));
+  EXPECT_EQ(e.PG->topLevelItem(2)->data(0, Qt::UserRole).toInt(), kIconMI);
+  EXPECT_TRUE(ws.Program(slot).Changed);
+  EXPECT_EQ(header(e), "Program ready");
+  EXPECT_EQ(e.selectedRow(), 2);
+
+  // The breakpoint entry onto "Start"; a callable program below the last row.
+  EXPECT_TRUE(dragAndDrop(e, EncodeMIRow({"", "Breakpoint", kIconBreakpoint}), rowCentre(e, 0)));
+  EXPECT_TRUE(dragAndDrop(e, EncodeMIRow({"MI9", "sub", kIconCallableProgram}), belowLastRow(e)));
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "Breakpoint", "A", "B", "Breakpoint", "B", "loop", "sub"}));
+  EXPECT_EQ(e.PG->topLevelItem(1)->data(0, Qt::UserRole).toInt(), kIconBreakpoint);
+  EXPECT_EQ(e.PG->topLevelItem(7)->data(0, Qt::UserRole).toInt(), kIconProgramRow);
+
+  // Data that is no MI row is not taken.
+  auto* text = new QMimeData;
+  text->setText("A");
+  EXPECT_FALSE(dragAndDrop(e, text, rowCentre(e, 1)));
+  EXPECT_EQ(e.PG->topLevelItemCount(), 8);
+  EXPECT_TRUE(dialogs.shown.empty());
+
+  // Saving writes the rows in their new order.
+  e.save();
+  const std::string saved = dir.read("app/progs/p.kvp");
+  EXPECT_NE(saved.find("!BREAKPOINT\r\n@A.MI\r\n@B.MI\r\n!BREAKPOINT\r\n@B.MI\r\n@loop.MP\r\n@sub.MP"), std::string::npos)
+      << saved;
+}
+
+TEST_F(ProgramEditorTest, RowsMoveWithinTheirListOnlyAndTheStartRowStays) {
+  ScriptedDialogs dialogs;
+  ASSERT_EQ(OpenProgram(ws, *workbench, writeProgram("progs/q.kvp", {"@B.MI"})), 2);
+  DefaultPG& e = editor(slot);
+  // "A" (row 1) dropped on "B" (row 3): it goes below B.
+  EXPECT_TRUE(dragAndDrop(e, ownRow(slot, 1), rowCentre(e, 3)));
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "Breakpoint", "B", "A", "loop"}));
+  // "loop" (row 4) dropped on "Start": it becomes the first instruction.
+  EXPECT_TRUE(dragAndDrop(e, ownRow(slot, 4), rowCentre(e, 0)));
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "loop", "Breakpoint", "B", "A"}));
+  EXPECT_TRUE(ws.Program(slot).Changed);
+  // The "Start" row does not move.
+  EXPECT_FALSE(dragAndDrop(e, ownRow(slot, 0), rowCentre(e, 3)));
+  EXPECT_EQ(rowTexts(e).first(), "Start");
+
+  // A row dragged out of program 2 is refused by program 1, at the drag and at the drop.
+  bool moveAccepted = true;
+  EXPECT_FALSE(dragAndDrop(e, ownRow(2, 1), rowCentre(e, 1), &moveAccepted));
+  EXPECT_FALSE(moveAccepted);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "loop", "Breakpoint", "B", "A"}));
+  EXPECT_EQ(rowTexts(editor(2)), (QStringList{"Start", "B"}));
+}
+
+TEST_F(ProgramEditorTest, AThousandRowsRefuseAnotherDropAndNineHundredNinetyNineTakeOne) {
+  ScriptedDialogs dialogs;
+  DefaultPG& e = editor(slot);
+  ProgramSlot& p = ws.Program(slot);
+  p.Rows.resize(kMaxRows, ProgramRow{"A", kIconMI});
+  p.Changed = false;
+  e.render();
+  ASSERT_EQ(e.PG->topLevelItemCount(), 1000);
+  dialogs.answer(Answer::OK);
+  EXPECT_FALSE(dragAndDrop(e, EncodeMIRow({"MI3", "B", kIconMI}), rowCentre(e, 0)));
+  EXPECT_EQ(e.PG->topLevelItemCount(), 1000);
+  EXPECT_FALSE(p.Changed);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "Too many Micro Instructions.");
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Information);
+
+  p.Rows.resize(kMaxRows - 1);
+  e.render();
+  EXPECT_TRUE(dragAndDrop(e, EncodeMIRow({"MI3", "B", kIconMI}), rowCentre(e, 0)));
+  EXPECT_EQ(e.PG->topLevelItemCount(), 1000);
+  EXPECT_EQ(e.PG->topLevelItem(1)->text(0), "B");
+  EXPECT_EQ(dialogs.shown.size(), 1u);
+}
+
+TEST_F(ProgramEditorTest, NoDropsOrKeysWhileAProgramRuns) {
+  ScriptedDialogs dialogs;
+  DefaultPG& e = editor(slot);
+  ws.RunningProgram = 5;  // another program's run is halted
+  bool moveAccepted = true;
+  EXPECT_FALSE(dragAndDrop(e, EncodeMIRow({"MI3", "B", kIconMI}), rowCentre(e, 1), &moveAccepted));
+  EXPECT_FALSE(moveAccepted);
+  EXPECT_FALSE(dragAndDrop(e, ownRow(slot, 1), rowCentre(e, 3)));
+  select(e, 1);
+  key(e, Qt::Key_Delete);
+  key(e, Qt::Key_D, Qt::ControlModifier);
+  key(e, Qt::Key_S, Qt::ControlModifier);
+  key(e, Qt::Key_Down);
+  EXPECT_EQ(dialogs.beeps, 4);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "A", "Breakpoint", "B", "loop"}));
+  EXPECT_FALSE(ws.Program(slot).Changed);
+  ws.RunningProgram = -1;
+}
+
+TEST_F(ProgramEditorTest, DeleteAndCtrlDRemoveRowsButNeverTheFirstAndCtrlSSaves) {
+  ScriptedDialogs dialogs;
+  DefaultPG& e = editor(slot);
+  select(e, 0);
+  key(e, Qt::Key_Delete);
+  key(e, Qt::Key_D, Qt::ControlModifier);
+  EXPECT_EQ(e.PG->topLevelItemCount(), 5);
+  EXPECT_FALSE(ws.Program(slot).Changed);
+
+  select(e, 2);
+  key(e, Qt::Key_Delete);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "A", "B", "loop"}));
+  EXPECT_EQ(e.selectedRow(), 2);  // the next row is selected
+  key(e, Qt::Key_D, Qt::ControlModifier);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "A", "loop"}));
+  EXPECT_TRUE(ws.Program(slot).Changed);
+
+  // "Remove MI" removes the selected row when the program is not running.
+  select(e, 1);
+  e.button(kButtonRemove)->trigger();
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "loop"}));
+
+  key(e, Qt::Key_S, Qt::ControlModifier);
+  EXPECT_FALSE(ws.Program(slot).Changed);
+  const std::string saved = dir.read("app/progs/p.kvp");
+  EXPECT_NE(saved.find("@loop.MP"), std::string::npos);
+  EXPECT_EQ(saved.find("@A.MI"), std::string::npos);
+  EXPECT_EQ(dialogs.beeps, 0);
+  EXPECT_TRUE(dialogs.shown.empty());
+
+  // "Clear program" empties the list without asking.
+  e.button(kButtonClear)->trigger();
+  EXPECT_EQ(e.PG->topLevelItemCount(), 0);
+  e.button(kButtonClear)->trigger();
+  EXPECT_EQ(e.PG->topLevelItemCount(), 0);
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(ProgramEditorTest, DoubleClickOnAnMIRowOpensItsEditor) {
+  ScriptedDialogs dialogs;
+  DefaultPG& e = editor(slot);
+  auto doubleClick = [&](int row) {
+    const QPoint p = rowCentre(e, row);
+    QTest::mouseClick(e.PG->viewport(), Qt::LeftButton, {}, p);
+    QTest::mouseDClick(e.PG->viewport(), Qt::LeftButton, {}, p);
+  };
+  doubleClick(2);  // the breakpoint
+  doubleClick(4);  // the program row
+  doubleClick(0);  // "Start"
+  EXPECT_EQ(main->miEditor(1), nullptr);
+
+  doubleClick(3);  // B
+  DefaultMI* mi = main->miEditor(1);
+  ASSERT_NE(mi, nullptr);
+  EXPECT_EQ(ws.MITable(mi->miSlot()).Name, "B.MI");
+  EXPECT_TRUE(ws.MITable(mi->miSlot()).IsOpen);
+  // Again: the MI is open already, so nothing more than a beep.
+  doubleClick(3);
+  EXPECT_EQ(main->miEditor(2), nullptr);
+  EXPECT_EQ(dialogs.beeps, 1);
+
+  // An MI whose file has gone from the set does not open.
+  ASSERT_TRUE(std::remove((app + "MI/demo/A.MI").c_str()) == 0);
+  doubleClick(1);
+  EXPECT_EQ(main->miEditor(2), nullptr);
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(ProgramEditorTest, ClickingAQubitBoxShowsTheColorTable) {
+  DefaultPG& e = editor(slot);
+  ws.ProgramQubits(slot) = 2;
+  e.updateQubitDisplay();
+  ASSERT_TRUE(e.Qubit[1]->isVisible());
+  QTest::mouseClick(e.Qubit[1], Qt::LeftButton);
+  QWidget* table = nullptr;
+  for (QWidget* w : QApplication::topLevelWidgets())
+    if (w->windowTitle() == "Color table" && w->isVisible()) table = w;
+  ASSERT_NE(table, nullptr);
+  table->close();
+}
+
+TEST_F(ProgramEditorTest, ClosingAChangedProgramAsksAndCancelKeepsItOpen) {
+  ScriptedDialogs dialogs;
+  DefaultPG& e = editor(slot);
+  select(e, 1);
+  key(e, Qt::Key_Delete);
+  QMdiSubWindow* frame = main->mdi()->currentSubWindow();
+  ASSERT_NE(frame, nullptr);
+
+  dialogs.answer(Answer::Cancel);
+  EXPECT_FALSE(frame->close());
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, std::string("Changes have been made in p.kvp.") + '\r' + "Save before closing?");
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Exclamation);
+  EXPECT_EQ(workbench->editor(slot), &e);
+  EXPECT_EQ(ws.Program(slot).Name, "progs/p.kvp");
+
+  dialogs.answer(Answer::Yes);
+  EXPECT_TRUE(frame->close());
+  EXPECT_EQ(workbench->editor(slot), nullptr);
+  EXPECT_TRUE(ws.Program(slot).Name.empty());
+  EXPECT_EQ(dir.read("app/progs/p.kvp").find("@A.MI"), std::string::npos);
+  EXPECT_TRUE(dialogs.scriptUsedUp());
+}
+
+TEST_F(ProgramEditorTest, TheEleventhProgramIsRefusedAndFreedSlotsAreReused) {
+  ScriptedDialogs dialogs;
+  for (int i = 2; i <= 10; ++i) main->action("MenuNew")->trigger();
+  for (int s = 1; s <= 10; ++s) ASSERT_NE(workbench->editor(s), nullptr) << s;
+  EXPECT_EQ(header(editor(10)), "New program");
+  EXPECT_TRUE(dialogs.shown.empty());
+  dialogs.answer(Answer::OK);
+  main->action("ToolNew")->trigger();
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "No more programs can be loaded");
+
+  // An unchanged new program closes without a question; its slot takes the next one.
+  ASSERT_TRUE(main->mdi()->currentSubWindow() != nullptr);
+  QMdiSubWindow* frame = nullptr;
+  for (QMdiSubWindow* w : main->mdi()->subWindowList())
+    if (w->widget() == workbench->editor(4)) frame = w;
+  ASSERT_NE(frame, nullptr);
+  EXPECT_TRUE(frame->close());
+  QApplication::processEvents();
+  EXPECT_EQ(workbench->editor(4), nullptr);
+  main->action("MenuNew")->trigger();
+  EXPECT_NE(workbench->editor(4), nullptr);
+  EXPECT_EQ(dialogs.shown.size(), 1u);
+}
+
+TEST_F(ProgramEditorTest, ClosingTheWorkbenchAsksAboutChangedPrograms) {
+  ScriptedDialogs dialogs;
+  DefaultPG& e = editor(slot);
+  select(e, 1);
+  key(e, Qt::Key_Delete);
+
+  dialogs.answer(Answer::Cancel);
+  EXPECT_FALSE(main->close());
+  EXPECT_TRUE(main->isVisible());
+  EXPECT_FALSE(ws.Closing);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, std::string("Changes have been made in p.kvp.") + '\r' + "Save before closing?");
+
+  // A new program whose save dialog is cancelled keeps the workbench open too.
+  main->action("MenuNew")->trigger();
+  ASSERT_EQ(workbench->activeSlot(), 2);
+  editor(2).dropMIRow(0, {"MI2", "A", kIconMI});
+  dialogs.answer(Answer::Yes);
+  dialogs.answer(Answer::Yes);
+  dialogs.file(std::nullopt);
+  EXPECT_FALSE(main->close());
+  EXPECT_EQ(ws.Program(2).Name, "New");
+
+  // Program 1 was saved on the way; only the new program is asked about now.
+  dialogs.answer(Answer::No);
+  EXPECT_TRUE(main->close());
+  EXPECT_EQ(dialogs.shown.size(), 5u);
+  EXPECT_TRUE(dialogs.scriptUsedUp());
+  EXPECT_EQ(dir.read("app/progs/p.kvp").find("@A.MI"), std::string::npos);
+}
+
+} // namespace
+} // namespace orvex::test
