@@ -35,7 +35,7 @@ public:
   bool closeMIEditor(int editorSlot, bool save) override;
   bool openMIEditor(int miSlot, int editorSlot) override;
   void unloadQubitWindow() override;
-  std::optional<int> chooseSet(const std::vector<std::string>& names, int preselected) override;
+  std::optional<int> chooseSet(const std::vector<std::string>& names, int& selected) override;
   std::string askSetName(const std::string& caption) override;
   std::optional<int> chooseQubitCount(int current) override;
   void arrangeWindows() override;

@@ -5,7 +5,7 @@ namespace orvex {
 // Without windows there is no editor to keep open, no editor to show and nobody to answer.
 bool MISetUi::closeMIEditor(int, bool) { return true; }
 bool MISetUi::openMIEditor(int, int) { return false; }
-std::optional<int> MISetUi::chooseSet(const std::vector<std::string>&, int) { return std::nullopt; }
+std::optional<int> MISetUi::chooseSet(const std::vector<std::string>&, int&) { return std::nullopt; }
 std::string MISetUi::askSetName(const std::string&) { return {}; }
 std::optional<int> MISetUi::chooseQubitCount(int) { return std::nullopt; }
 void MISetUi::openCallableProgram(const std::string&) {}

@@ -24,8 +24,9 @@ public:
   // The qubit window shows the register of the open set; it goes when the set changes.
   virtual void unloadQubitWindow() {}
   // The modal set chooser: the index of the chosen name, nullopt for Cancel or a closed
-  // window. `preselected` is the row selected when the chooser opens (-1 none).
-  virtual std::optional<int> chooseSet(const std::vector<std::string>& names, int preselected);
+  // window. `selected` is the row selected when the chooser opens (-1 none) and, afterwards,
+  // the row that was selected when it closed.
+  virtual std::optional<int> chooseSet(const std::vector<std::string>& names, int& selected);
   // The modal name prompt with the given caption; "" when cancelled.
   virtual std::string askSetName(const std::string& caption);
   // The modal qubit-count window, opened on `current`: the chosen number (2..32), nullopt

@@ -56,10 +56,10 @@ std::vector<std::string> ListMISets(const Workspace& ws) {
 }
 
 bool ApplySetChoice(Workspace& ws, const std::vector<std::string>& names,
-                    std::optional<int> choice, int preselected) {
+                    std::optional<int> choice, int selected) {
   int row = -1;
   if (choice) row = *choice;
-  else if (ws.MISetPath.empty()) row = preselected;  // a set must be open after start-up
+  else if (ws.MISetPath.empty()) row = selected;  // a set must be open after start-up
   if (row < 0 || row >= static_cast<int>(names.size())) return false;
   ws.MISetPath = MISetContainer(ws) + names[row] + "/";
   return true;
@@ -154,8 +154,9 @@ void OpenMISet(Workspace& ws, MISetUi& ui) {
 
   if (ws.MISetPath.empty()) EnsureSomeSet(ws);
   const std::vector<std::string> names = ListMISets(ws);
-  const int preselected = names.empty() ? -1 : 0;
-  ApplySetChoice(ws, names, ui.chooseSet(names, preselected), preselected);
+  int selected = names.empty() ? -1 : 0;
+  const std::optional<int> choice = ui.chooseSet(names, selected);
+  ApplySetChoice(ws, names, choice, selected);
   ui.arrangeWindows();
   if (ws.MISetPath.empty()) return;  // nothing to open (no set directory could be made)
 

@@ -23,9 +23,9 @@ bool CloseAllMIEditors(Workspace& ws, MISetUi& ui);
 // left out, in directory order.
 std::vector<std::string> ListMISets(const Workspace& ws);
 // The chooser's rule: a chosen row becomes MISetPath; Cancel (nullopt) keeps the open set,
-// or takes row `preselected` while no set is open yet. Returns false when nothing was set.
+// or takes the row `selected` while no set is open yet. Returns false when nothing was set.
 bool ApplySetChoice(Workspace& ws, const std::vector<std::string>& names,
-                    std::optional<int> choice, int preselected);
+                    std::optional<int> choice, int selected);
 
 // The set name: the last component of MISetPath.
 std::string SetNameOf(const std::string& miSetPath);

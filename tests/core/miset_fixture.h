@@ -32,10 +32,11 @@ public:
     return true;
   }
   void unloadQubitWindow() override { ++qubitWindowUnloads; }
-  std::optional<int> chooseSet(const std::vector<std::string>& names, int preselected) override {
+  std::optional<int> chooseSet(const std::vector<std::string>& names, int& selected) override {
     offered = names;
-    offeredPreselected = preselected;
+    offeredPreselected = selected;
     ++chooserShown;
+    if (selectOnClose) selected = *selectOnClose;
     return choice;
   }
   std::string askSetName(const std::string& caption) override {
@@ -49,6 +50,7 @@ public:
 
   Workspace* ws = nullptr;
   std::optional<int> choice = 0;
+  std::optional<int> selectOnClose;  // the row the user left selected
   std::string setName;
   bool closeResult = true;
   std::vector<std::pair<int, int>> opened;  // (MI slot, editor slot)

@@ -91,24 +91,27 @@ TEST_F(OpenMISetTest, ChooserListsDirectoriesOnlyAndCancelKeepsASetOpen) {
   dir.write("MI/stray.txt", "not a set");
   ScriptedDialogs dialogs;
 
-  // Cancelled at start-up: the preselected row is opened all the same.
+  // Cancelled at start-up: the row selected then is opened all the same.
   ui.choice = std::nullopt;
+  ui.selectOnClose = 1;
   OpenMISet(ws, ui);
   std::vector<std::string> offered = ui.offered;
   std::sort(offered.begin(), offered.end());
   EXPECT_EQ(offered, (std::vector<std::string>{"one", "two"}));
   EXPECT_EQ(ui.offeredPreselected, 0);
-  EXPECT_EQ(ws.MISetPath, dir.path() + "MI/" + ui.offered[0] + "/");
+  EXPECT_EQ(ws.MISetPath, dir.path() + "MI/" + ui.offered[1] + "/");
+  ui.selectOnClose.reset();
 
   // A chosen row is opened.
-  const std::string other = ui.offered[1];
-  ui.choice = 1;
+  const std::string other = ui.offered[0];
+  ui.choice = 0;
   OpenMISet(ws, ui);
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/" + other + "/");
   EXPECT_EQ(ws.NumberOfQubits, other == "one" ? 3 : 4);
 
-  // Cancelled with a set open: the same set stays open.
+  // Cancelled with a set open: the same set stays open, whatever row was selected.
   ui.choice = std::nullopt;
+  ui.selectOnClose = 1;
   OpenMISet(ws, ui);
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/" + other + "/");
   EXPECT_EQ(ws.MIList.Caption, "Set: " + other);

@@ -130,12 +130,16 @@ TEST_F(WorkbenchTest, StartUpShowsTheChooserAndOpensTheChosenSet) {
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
-TEST_F(WorkbenchTest, CancellingTheChooserAtStartUpStillOpensASet) {
+TEST_F(WorkbenchTest, CancellingTheChooserAtStartUpStillOpensTheSelectedSet) {
   ScriptedDialogs dialogs;
-  WhenModal<SelectMI>([](SelectMI* d) { QTest::mouseClick(d->Cancel, Qt::LeftButton); });
+  QString selected;
+  WhenModal<SelectMI>([&](SelectMI* d) {
+    d->ListView1->setCurrentRow(1);
+    selected = d->ListView1->item(1)->text();
+    QTest::mouseClick(d->Cancel, Qt::LeftButton);
+  });
   main->startUp();
-  EXPECT_FALSE(ws.MISetPath.empty());
-  EXPECT_EQ(list().windowTitle().left(5), "Set: ");
+  EXPECT_EQ(list().windowTitle(), "Set: " + selected);
   EXPECT_GE(list().Micro->count(), 2);
 }
 

@@ -57,10 +57,16 @@ void SelectMI::accept() {
   QDialog::accept();
 }
 
-std::optional<int> SelectMI::Choose(const std::vector<std::string>& names, int preselected,
+int SelectMI::selectedRow() const {
+  const QList<QListWidgetItem*> items = ListView1->selectedItems();
+  return items.isEmpty() ? -1 : ListView1->row(items.first());
+}
+
+std::optional<int> SelectMI::Choose(const std::vector<std::string>& names, int& selected,
                                     QWidget* parent) {
-  SelectMI dialog(names, preselected, parent);
+  SelectMI dialog(names, selected, parent);
   dialog.exec();
+  selected = dialog.selectedRow();
   return dialog.choice();
 }
 

@@ -26,8 +26,11 @@ public:
   // The chosen row after exec(); nullopt for Cancel or a closed window.
   std::optional<int> choice() const { return choice_; }
 
-  // Shows the chooser modally.
-  static std::optional<int> Choose(const std::vector<std::string>& names, int preselected,
+  // The row selected now (-1 none).
+  int selectedRow() const;
+  // Shows the chooser modally; `selected` goes in as the preselected row and comes back as
+  // the row selected when the window closed.
+  static std::optional<int> Choose(const std::vector<std::string>& names, int& selected,
                                    QWidget* parent = nullptr);
 
 private:
