@@ -49,6 +49,7 @@ TEST_F(RunControllerTest, StartHaltsAtBreakpointAndContinuesToTheEnd) {
   EXPECT_EQ(ui.count("disable 1"), 1);
   EXPECT_EQ(ui.count("enable 1"), 0);
   EXPECT_EQ(ui.eventPumps, 2);
+  EXPECT_EQ(ui.count("display 1"), 1);  // not animated: once, at the end
   EXPECT_EQ(ui.events.back(), "display 1");
 
   // Continuing keeps the run directory as it is.
