@@ -8,6 +8,8 @@
 #include <QMimeData>
 #include <QToolBar>
 
+#include <algorithm>
+
 #include "mi/gui/default_mi.h"
 #include "miset/gui/mirow_mime.h"
 #include "platform/gui/twips.h"
@@ -350,6 +352,49 @@ TEST_F(ProgramEditorTest, ClosingTheWorkbenchAsksAboutChangedPrograms) {
   EXPECT_EQ(dialogs.shown.size(), 5u);
   EXPECT_TRUE(dialogs.scriptUsedUp());
   EXPECT_EQ(dir.read("app/progs/p.kvp").find("@A.MI"), std::string::npos);
+}
+
+} // namespace
+} // namespace orvex::test
+
+namespace orvex::test {
+namespace {
+
+TEST_F(ProgramEditorTest, SaveProgramAsRefusesAnOpenProgramsFile) {
+  ScriptedDialogs dialogs;
+  main->action("MenuNew")->trigger();
+  ASSERT_EQ(workbench->activeSlot(), 2);
+  // The file dialogs start in the application directory.
+  dialogs.file(programPath);
+  dialogs.answer(Answer::OK);
+  main->action("MenuRename")->trigger();
+  ASSERT_EQ(dialogs.shown.size(), 2u);
+  EXPECT_TRUE(dialogs.shown[0].isFileDialog);
+  EXPECT_EQ(dialogs.shown[0].request.directory, app);
+  EXPECT_EQ(dialogs.shown[1].text, "Cannot save to an open program");
+  EXPECT_EQ(ws.Program(2).Name, "New");
+
+  dialogs.file(app + "progs/copy.kvp");
+  main->action("MenuRename")->trigger();
+  EXPECT_EQ(ws.Program(2).Name, "progs/copy.kvp");
+  EXPECT_EQ(editor(2).windowTitle(), "copy");
+  EXPECT_TRUE(dir.exists("app/progs/copy.kvp"));
+  EXPECT_TRUE(dialogs.scriptUsedUp());
+}
+
+TEST_F(ProgramEditorTest, ArrangeWindowsSetsTheEditorsSideBySideRightOfTheMIList) {
+  ScriptedDialogs dialogs;
+  main->action("MenuNew")->trigger();
+  main->action("MenuNew")->trigger();
+  main->action("MenuArrange")->trigger();
+  std::vector<QRect> frames;
+  for (QMdiSubWindow* w : main->mdi()->subWindowList())
+    if (qobject_cast<DefaultPG*>(w->widget())) frames.push_back(w->geometry());
+  ASSERT_EQ(frames.size(), 3u);
+  std::sort(frames.begin(), frames.end(), [](const QRect& a, const QRect& b) { return a.x() < b.x(); });
+  EXPECT_GT(frames[0].x(), main->miListWindow()->geometry().right());
+  for (std::size_t i = 1; i < frames.size(); ++i) EXPECT_FALSE(frames[i].intersects(frames[i - 1])) << i;
+  for (const QRect& r : frames) EXPECT_EQ(r.y(), 0);
 }
 
 } // namespace

@@ -14,6 +14,7 @@
 #include "app/main0.h"
 #include "miset/miset_ui.h"
 #include "platform/dialogs.h"
+#include "platform/gui/twips.h"
 #include "program/gui/default_pg.h"
 #include "program/program_table.h"
 #include "run/run_commands.h"
@@ -24,6 +25,11 @@
 
 namespace orvex {
 
+namespace {
+// The widest an arranged program editor gets, in twips.
+constexpr int kArrangedWidth = 5400;
+} // namespace
+
 ProgramWorkbench::ProgramWorkbench(Main0& main, QObject* parent)
     : QObject(parent), main_(main), ws_(main.workspace()) {
   for (const std::string& file : main_.programArguments()) {
@@ -31,6 +37,8 @@ ProgramWorkbench::ProgramWorkbench(Main0& main, QObject* parent)
     const std::filesystem::path absolute = std::filesystem::absolute(file, ec);
     programFiles_.push_back(ec ? file : absolute.lexically_normal().string());
   }
+  // Program file dialogs start in the application directory, where the demo programs are.
+  if (ws_.FileDialogDir.empty()) ws_.FileDialogDir = ws_.AppDir;
   connectActions();
   main_.resetProgram = [this](int slot) { command([&] { ResetProgram(ws_, *this, slot); }); };
   main_.saveProgram = [this](int slot) {
@@ -144,9 +152,10 @@ void ProgramWorkbench::arrangeWindows() {
   if (area.width() - left < frames.front()->minimumSizeHint().width()) left = 0;
   const int count = static_cast<int>(frames.size());
   const int available = std::max(area.width() - left, 1);
-  int width = available / count;
-  int step = width;
   const int minimum = frames.front()->minimumSizeHint().width();
+  // A lone editor need not fill the frame: a program reads well in a column.
+  int width = std::min(available / count, std::max(minimum, platform::TwipsToPixels(kArrangedWidth, main_.mdi())));
+  int step = width;
   if (width < minimum) {
     width = std::min(minimum, available);
     step = count > 1 ? std::max((available - width) / (count - 1), 8) : 0;
@@ -238,7 +247,12 @@ void ProgramWorkbench::clearRunDirectory() {
 void ProgramWorkbench::showQubitWindow() {
   const int n = std::clamp<int>(ws_.NumberOfQubits, 1, kMaxQubits);
   if (qubitWindow_ && qubitWindow_->qubits() != n) unloadQubitWindow();
-  if (!qubitWindow_) qubitWindow_ = new sQubit(ws_, n, &main_);
+  if (!qubitWindow_) {
+    qubitWindow_ = new sQubit(ws_, n, &main_);
+    // First placed at the frame's top right, clear of the menus and the MI list.
+    const QPoint topRight = main_.mapToGlobal(QPoint(main_.width(), main_.mdi()->y()));
+    qubitWindow_->move(std::max(0, topRight.x() - qubitWindow_->width() - 16), topRight.y() + 16);
+  }
   qubitWindow_->show();
   qubitWindow_->raise();
 }
