@@ -163,6 +163,12 @@ TEST_F(CliRunTest, TableAndJsonFormats) {
   ASSERT_EQ(json.status, 0) << json.err;
   EXPECT_EQ(json.out.front(), '[');
   EXPECT_NE(json.out.find("{\"qubit\": 2, \"Qx\": "), std::string::npos) << json.out;
+
+  EXPECT_FALSE(dir.exists("home/progs/qubit01.out"));
+  Result files = Cli("run '" + home + "progs/bell.kvp' --set ideal2 --home '" + home + "' --output-files");
+  ASSERT_EQ(files.status, 0) << files.err;
+  EXPECT_TRUE(dir.exists("home/progs/qubit01.out"));
+  EXPECT_TRUE(dir.exists("home/progs/qubit02.out"));
 }
 
 TEST_F(CliRunTest, EngineErrorExitsTwoWithTheMessage) {
