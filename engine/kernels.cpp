@@ -12,6 +12,14 @@ namespace {
 
 using u64 = std::uint64_t;
 
+// The block kernels are compiled twice, for baseline x86-64 and for AVX2 machines, and the
+// loader picks the right one: portable binaries that still use wide vectors where present.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define ORVEX_KERNEL __attribute__((target_clones("arch=x86-64-v3", "default")))
+#else
+#define ORVEX_KERNEL
+#endif
+
 // ---- Kernels on one contiguous block of 2^bits amplitudes (separate re/im arrays) ----
 
 inline void Rotate(double& ar, double& ai, double& br, double& bi, const Amp* m) {
@@ -22,34 +30,39 @@ inline void Rotate(double& ar, double& ai, double& br, double& bi, const Amp* m)
   bi = m[2].real() * xi + m[2].imag() * xr + m[3].real() * yi + m[3].imag() * yr;
 }
 
-void BlockSingle(double* __restrict re, double* __restrict im, u64 size, int bit,
-                 const Amp* m) {
+// The 2x2 update of `len` amplitude pairs (x_k, y_k) held in four separate runs.
+struct Coeffs {
+  double m0r, m0i, m1r, m1i, m2r, m2i, m3r, m3i;
+  explicit Coeffs(const Amp* m)
+      : m0r(m[0].real()), m0i(m[0].imag()), m1r(m[1].real()), m1i(m[1].imag()),
+        m2r(m[2].real()), m2i(m[2].imag()), m3r(m[3].real()), m3i(m[3].imag()) {}
+};
+
+inline void RotateRuns(double* __restrict xr_, double* __restrict xi_, double* __restrict yr_,
+                       double* __restrict yi_, u64 len, const Coeffs& c) {
+  for (u64 k = 0; k < len; ++k) {
+    const double xr = xr_[k], xi = xi_[k], yr = yr_[k], yi = yi_[k];
+    xr_[k] = c.m0r * xr - c.m0i * xi + c.m1r * yr - c.m1i * yi;
+    xi_[k] = c.m0r * xi + c.m0i * xr + c.m1r * yi + c.m1i * yr;
+    yr_[k] = c.m2r * xr - c.m2i * xi + c.m3r * yr - c.m3i * yi;
+    yi_[k] = c.m2r * xi + c.m2i * xr + c.m3r * yi + c.m3i * yr;
+  }
+}
+
+ORVEX_KERNEL void BlockSingle(double* re, double* im, u64 size, int bit, const Amp* m) {
   const u64 s = u64{1} << bit;
-  const double m0r = m[0].real(), m0i = m[0].imag(), m1r = m[1].real(), m1i = m[1].imag();
-  const double m2r = m[2].real(), m2i = m[2].imag(), m3r = m[3].real(), m3i = m[3].imag();
   if (s == 1) {
     for (u64 i = 0; i < size; i += 2) Rotate(re[i], im[i], re[i + 1], im[i + 1], m);
     return;
   }
-  for (u64 base = 0; base < size; base += 2 * s) {
-    double* __restrict r0 = re + base;
-    double* __restrict i0 = im + base;
-    double* __restrict r1 = re + base + s;
-    double* __restrict i1 = im + base + s;
-    for (u64 k = 0; k < s; ++k) {
-      const double xr = r0[k], xi = i0[k], yr = r1[k], yi = i1[k];
-      r0[k] = m0r * xr - m0i * xi + m1r * yr - m1i * yi;
-      i0[k] = m0r * xi + m0i * xr + m1r * yi + m1i * yr;
-      r1[k] = m2r * xr - m2i * xi + m3r * yr - m3i * yi;
-      i1[k] = m2r * xi + m2i * xr + m3r * yi + m3i * yr;
-    }
-  }
+  const Coeffs c(m);
+  for (u64 base = 0; base < size; base += 2 * s)
+    RotateRuns(re + base, im + base, re + base + s, im + base + s, s, c);
 }
 
-// The pair factor on bits lo < hi of a block: runs of 2^lo amplitudes with both bits clear
-// are updated together with their three partners.
-void BlockPair(double* __restrict re, double* __restrict im, u64 size, int bitA, int bitB,
-               const Amp* m) {
+// The pair factor on two bits of a block: runs of 2^lo amplitudes with both bits clear are
+// updated together with their three partners.
+ORVEX_KERNEL void BlockPair(double* re, double* im, u64 size, int bitA, int bitB, const Amp* m) {
   const int lo = std::min(bitA, bitB), hi = std::max(bitA, bitB);
   const u64 sl = u64{1} << lo, sh = u64{1} << hi;
   // |01> in Op means bit a set, bit b clear.
@@ -64,32 +77,11 @@ void BlockPair(double* __restrict re, double* __restrict im, u64 size, int bitA,
       }
     return;
   }
-  const double p0r = p[0].real(), p0i = p[0].imag(), p1r = p[1].real(), p1i = p[1].imag();
-  const double p2r = p[2].real(), p2i = p[2].imag(), p3r = p[3].real(), p3i = p[3].imag();
-  const double q0r = q[0].real(), q0i = q[0].imag(), q1r = q[1].real(), q1i = q[1].imag();
-  const double q2r = q[2].real(), q2i = q[2].imag(), q3r = q[3].real(), q3i = q[3].imag();
+  const Coeffs cp(p), cq(q);
   for (u64 h = 0; h < size; h += 2 * sh)
     for (u64 mid = h; mid < h + sh; mid += 2 * sl) {
-      double* __restrict r00 = re + mid;
-      double* __restrict i00 = im + mid;
-      double* __restrict r11 = re + (mid | sa | sb);
-      double* __restrict i11 = im + (mid | sa | sb);
-      double* __restrict r01 = re + (mid | sa);
-      double* __restrict i01 = im + (mid | sa);
-      double* __restrict r10 = re + (mid | sb);
-      double* __restrict i10 = im + (mid | sb);
-      for (u64 k = 0; k < sl; ++k) {
-        const double xr = r00[k], xi = i00[k], yr = r11[k], yi = i11[k];
-        r00[k] = p0r * xr - p0i * xi + p1r * yr - p1i * yi;
-        i00[k] = p0r * xi + p0i * xr + p1r * yi + p1i * yr;
-        r11[k] = p2r * xr - p2i * xi + p3r * yr - p3i * yi;
-        i11[k] = p2r * xi + p2i * xr + p3r * yi + p3i * yr;
-        const double ur = r01[k], ui = i01[k], vr = r10[k], vi = i10[k];
-        r01[k] = q0r * ur - q0i * ui + q1r * vr - q1i * vi;
-        i01[k] = q0r * ui + q0i * ur + q1r * vi + q1i * vr;
-        r10[k] = q2r * ur - q2i * ui + q3r * vr - q3i * vi;
-        i10[k] = q2r * ui + q2i * ur + q3r * vi + q3i * vr;
-      }
+      RotateRuns(re + mid, im + mid, re + (mid | sa | sb), im + (mid | sa | sb), sl, cp);
+      RotateRuns(re + (mid | sa), im + (mid | sa), re + (mid | sb), im + (mid | sb), sl, cq);
     }
 }
 
@@ -102,7 +94,7 @@ void BlockOp(double* re, double* im, u64 size, const Op& op) {
 
 // Sums over one block for the local bit `bit`: sz = sum |a0|^2 - |a1|^2,
 // sx + i sy = sum conj(a0) a1.
-void BlockBloch(const double* __restrict re, const double* __restrict im, u64 size, int bit,
+ORVEX_KERNEL void BlockBloch(const double* __restrict re, const double* __restrict im, u64 size, int bit,
                 double& sx, double& sy, double& sz) {
   const u64 s = u64{1} << bit;
   double x = 0, y = 0, z = 0;
@@ -122,7 +114,7 @@ void BlockBloch(const double* __restrict re, const double* __restrict im, u64 si
   sz += z;
 }
 
-double BlockNorm(const double* __restrict re, const double* __restrict im, u64 size) {
+ORVEX_KERNEL double BlockNorm(const double* __restrict re, const double* __restrict im, u64 size) {
   double n = 0;
   for (u64 i = 0; i < size; ++i) n += re[i] * re[i] + im[i] * im[i];
   return n;
@@ -201,6 +193,8 @@ void Scatter(const Tile& t, u64 base, double* re, double* im, const double* bre,
 
 // Amplitudes per task of the literal sweeps.
 constexpr int kChunkBits = 14;
+// Registers from this size on are split over the threads even when they fit one tile.
+constexpr int kSplitBits = 12;
 // Contiguous run every tile keeps, so gathers copy whole cache lines and more.
 constexpr int kMinRunBits = 6;
 
@@ -282,7 +276,10 @@ void ApplyLiteral(const For& policy, StateVector& psi, const Op& op) {
 
 int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits) {
   if (ops.empty()) return 0;
-  if (qubits <= tileBits) return 1;
+  if (qubits <= tileBits) {
+    if (EngineThreadCount() == 1 || qubits < kSplitBits) return 1;
+    tileBits = qubits - 3;
+  }
   return static_cast<int>(PlanGroups(qubits, ops, tileBits).size());
 }
 
@@ -291,9 +288,13 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops, i
   if (ops.empty()) return;
   const int n = psi.Qubits();
   if (n <= tileBits) {
-    // The whole register is one tile: apply in place, one factor after the other.
-    for (const Op& op : ops) BlockOp(psi.Re(), psi.Im(), psi.Size(), op);
-    return;
+    if (policy.Threads() == 1 || n < kSplitBits) {
+      // The whole register is one tile: apply in place, one factor after the other.
+      for (const Op& op : ops) BlockOp(psi.Re(), psi.Im(), psi.Size(), op);
+      return;
+    }
+    // Still cut it into eight tiles, so every core gets work.
+    tileBits = n - 3;
   }
   for (const Group& g : PlanGroups(n, ops, tileBits)) {
     const Tile tile = MakeTile(n, g.bits);

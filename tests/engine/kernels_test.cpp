@@ -58,7 +58,7 @@ TYPED_TEST_SUITE(KernelPolicy, Policies);
 
 TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
   const TypeParam policy;
-  for (int n : {1, 3, 9, 11}) {
+  for (int n : {1, 3, 9, 11, 13}) {
     const auto psi0 = RandomAmps(n, 7 + n);
     const auto ops = RandomOps(n, 11 + n, n == 1 ? 4 : 40);
     std::vector<Amp> dense = psi0;

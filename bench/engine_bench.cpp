@@ -1,0 +1,117 @@
+// Time of one intermediate step of the product formula for a chain of N qubits (fields on
+// every qubit, nearest-neighbour XYZ couplings), with the effective memory bandwidth
+// (bytes the sweeps read and write per second) beside a plain copy of the same state size.
+#include <algorithm>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "engine/gates.h"
+#include "engine/initial_states.h"
+#include "engine/kernels.h"
+#include "engine/parallel.h"
+#include "engine/state_vector.h"
+
+namespace {
+
+using namespace orvex::engine;
+
+// The factors of one intermediate step: F(delta/2), pairs forward, pairs backward,
+// F(delta/2).
+std::vector<Op> ChainStep(int n) {
+  const double theta = 0.01;
+  std::vector<Op> fields, ops;
+  for (int q = 0; q < n; ++q)
+    fields.push_back(FieldFactor(q, 0.3 + 0.01 * q, -0.2, 0.7 - 0.02 * q, theta));
+  ops = fields;
+  for (int q = 0; q + 1 < n; ++q) ops.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, theta));
+  for (int q = n - 2; q >= 0; --q) ops.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, theta));
+  ops.insert(ops.end(), fields.begin(), fields.end());
+  return ops;
+}
+
+void BM_IntermediateStep(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  StateVector psi;
+  if (!psi.Allocate(n)) {
+    state.SkipWithError("cannot allocate the state");
+    return;
+  }
+  SetRandom(psi, 1);
+  const auto ops = ChainStep(n);
+  const int sweeps = SweepCount(n, ops);
+  for (auto _ : state) {
+    ApplyOps(ParallelFor(), psi, ops);
+    benchmark::ClobberMemory();
+  }
+  // Each sweep reads and writes the whole state once.
+  const double bytes = 2.0 * sweeps * static_cast<double>(StateVector::BytesFor(n));
+  state.counters["sweeps"] = sweeps;
+  state.counters["GB/s"] =
+      benchmark::Counter(bytes / 1e9, benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["threads"] = EngineThreadCount();
+}
+
+void BM_LiteralStep(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  StateVector psi;
+  if (!psi.Allocate(n)) {
+    state.SkipWithError("cannot allocate the state");
+    return;
+  }
+  SetRandom(psi, 1);
+  const auto ops = ChainStep(n);
+  for (auto _ : state) {
+    for (const Op& op : ops) ApplyLiteral(ParallelFor(), psi, op);
+    benchmark::ClobberMemory();
+  }
+  const double bytes = 2.0 * static_cast<double>(ops.size()) *
+                       static_cast<double>(StateVector::BytesFor(n));
+  state.counters["GB/s"] =
+      benchmark::Counter(bytes / 1e9, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+void BM_Measure(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  StateVector psi;
+  if (!psi.Allocate(n)) {
+    state.SkipWithError("cannot allocate the state");
+    return;
+  }
+  SetRandom(psi, 1);
+  for (auto _ : state) benchmark::DoNotOptimize(Measure(ParallelFor(), psi));
+}
+
+// A plain copy of a state of the same size (both arrays), on the same threads.
+void BM_Copy(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  StateVector from, to;
+  if (!from.Allocate(n) || !to.Allocate(n)) {
+    state.SkipWithError("cannot allocate the state");
+    return;
+  }
+  SetRandom(from, 1);
+  constexpr std::uint64_t kChunk = std::uint64_t{1} << 16;
+  const std::uint64_t size = from.Size();
+  const std::uint64_t chunks = (size + kChunk - 1) / kChunk;
+  for (auto _ : state) {
+    ParallelFor().Run(chunks, [&](std::uint64_t c) {
+      const std::uint64_t b = c * kChunk, e = std::min(size, b + kChunk);
+      std::copy(from.Re() + b, from.Re() + e, to.Re() + b);
+      std::copy(from.Im() + b, from.Im() + e, to.Im() + b);
+    });
+    benchmark::ClobberMemory();
+  }
+  const double bytes = 2.0 * static_cast<double>(StateVector::BytesFor(n));
+  state.counters["GB/s"] =
+      benchmark::Counter(bytes / 1e9, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+BENCHMARK(BM_IntermediateStep)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Copy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_LiteralStep)->DenseRange(12, 22, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Measure)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+} // namespace
+
+BENCHMARK_MAIN();
