@@ -5,11 +5,13 @@
 #include <QDragMoveEvent>
 #include <QDropEvent>
 #include <QKeyEvent>
+#include <QLabel>
 #include <QMimeData>
 #include <QToolBar>
 
 #include <algorithm>
 
+#include "app/about_dialog.h"
 #include "mi/gui/default_mi.h"
 #include "miset/gui/mirow_mime.h"
 #include "platform/gui/twips.h"
@@ -395,6 +397,75 @@ TEST_F(ProgramEditorTest, ArrangeWindowsSetsTheEditorsSideBySideRightOfTheMIList
   EXPECT_GT(frames[0].x(), main->miListWindow()->geometry().right());
   for (std::size_t i = 1; i < frames.size(); ++i) EXPECT_FALSE(frames[i].intersects(frames[i - 1])) << i;
   for (const QRect& r : frames) EXPECT_EQ(r.y(), 0);
+}
+
+} // namespace
+} // namespace orvex::test
+
+namespace orvex::test {
+namespace {
+
+// The list gives way to the rows of qubit boxes: 825 twips of the inner height are kept
+// without boxes, 1845 with one row, and 2865 + 1000 for each further row of eight.
+TEST_F(ProgramEditorTest, TheListGivesWayToEachRowOfQubitBoxes) {
+  DefaultPG& e = editor(slot);
+  QMdiSubWindow* frame = main->mdi()->currentSubWindow();
+  frame->resize(platform::TwipsToPixels(6000, &e), platform::TwipsToPixels(9000, &e));
+  QApplication::processEvents();
+  const int H = platform::PixelsToTwips(e.height(), &e);
+  const struct {
+    int qubits, reserve;
+  } cases[] = {{0, 825}, {1, 1845}, {8, 1845}, {9, 2865}, {16, 2865}, {17, 3865}, {24, 3865}, {25, 4865}, {32, 4865}};
+  for (auto c : cases) {
+    ws.ProgramQubits(slot) = static_cast<std::int16_t>(c.qubits);
+    for (int q = 1; q <= c.qubits; ++q) ws.QubitX(slot, q) = (q % 2) ? 1.0 : 0.0;
+    e.updateQubitDisplay();
+    EXPECT_NEAR(e.PG->height(), platform::TwipsToPixels(H - c.reserve, &e), 1) << c.qubits;
+    int shown = 0;
+    for (QubitBox* box : e.Qubit) shown += box->isVisible();
+    EXPECT_EQ(shown, c.qubits);
+    for (int q = 1; q <= c.qubits; ++q) {
+      const QRect box = e.Qubit[q - 1]->geometry();
+      EXPECT_GT(box.top(), e.PG->geometry().bottom()) << c.qubits << " qubits, box " << q;
+      EXPECT_LE(box.bottom(), e.height()) << q;
+      // Eight to a row, left to right, rows from the top.
+      if (q > 1 && (q - 1) % 8 != 0) {
+        const QRect before = e.Qubit[q - 2]->geometry();
+        EXPECT_EQ(box.top(), before.top()) << q;
+        EXPECT_GT(box.left(), before.right()) << q;
+      }
+      if (q > 8) {
+        EXPECT_GT(box.top(), e.Qubit[q - 9]->geometry().bottom()) << q;
+      }
+    }
+    if (c.qubits > 0) {
+      EXPECT_EQ(e.Qubit[0]->toolTip(), "x = 1.000 ,y = 0.000 ,z = 0.000");
+    }
+  }
+}
+
+} // namespace
+} // namespace orvex::test
+
+namespace orvex::test {
+namespace {
+
+TEST_F(ProgramEditorTest, HelpMenuShowsHelpAndTheAboutBox) {
+  ScriptedDialogs dialogs;
+  // No help.htm in this application directory.
+  dialogs.answer(Answer::OK);
+  main->action("MenuHelp2")->trigger();
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "Cannot locate file: " + app + "help.htm");
+
+  QString title;
+  WhenModalShown<frmAbout>([&](frmAbout* about) {
+    title = about->lblTitle->text();
+    QTest::mouseClick(about->cmdOK, Qt::LeftButton);
+  });
+  main->action("MenuAbout")->trigger();
+  EXPECT_EQ(title, "Orvex");
+  EXPECT_EQ(dialogs.shown.size(), 1u);
 }
 
 } // namespace

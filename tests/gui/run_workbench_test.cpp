@@ -189,6 +189,13 @@ TEST_F(RunWorkbenchTest, ToolsMenuRunsTheActiveProgramAndTheRunControlReadsStop)
   expectCommandsEnabled(true, slot);
   EXPECT_TRUE(dialogs.shown.empty());
 
+  // The qubit-size items resize the qubit window's boxes.
+  const int normal = workbench->qubitWindow()->boxEdge();
+  main->action("MenuSize3")->trigger();
+  EXPECT_GT(workbench->qubitWindow()->boxEdge(), normal);
+  main->action("MenuSize0")->trigger();
+  EXPECT_LT(workbench->qubitWindow()->boxEdge(), normal);
+
   // Unchecking the animation takes the qubit window away.
   main->action("MenuShowQubits")->trigger();
   EXPECT_EQ(workbench->qubitWindow(), nullptr);
