@@ -238,3 +238,35 @@ TEST_F(RunWorkbenchTest, ANewProgramIsSavedBeforeItRunsAndCancellingRunsNothing)
 
 } // namespace
 } // namespace orvex::test
+
+namespace orvex::test {
+namespace {
+
+TEST_F(RunWorkbenchTest, AHaltedProgramCannotBeClosedButTheWorkbenchResetsItOnClose) {
+  ScriptedDialogs dialogs;
+  script("0 1 0 5 1 0 0.5 0 1 0.5\n");
+  DefaultPG& e = editor(slot);
+  e.button(kButtonRun)->trigger();
+  ASSERT_EQ(ws.RunningProgram, slot);
+
+  QMdiSubWindow* frame = nullptr;
+  for (QMdiSubWindow* w : main->mdi()->subWindowList())
+    if (w->widget() == &e) frame = w;
+  ASSERT_NE(frame, nullptr);
+  dialogs.answer(Answer::OK);
+  EXPECT_FALSE(frame->close());
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "Cannot close when program is still running");
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
+  EXPECT_EQ(workbench->editor(slot), &e);
+
+  // Closing the workbench resets the run first; nothing was changed, so nothing is asked.
+  EXPECT_TRUE(main->close());
+  EXPECT_EQ(ws.RunningProgram, -1);
+  ASSERT_EQ(calls().size(), 2u);
+  EXPECT_NE(calls().back().find("entry=-2"), std::string::npos);
+  EXPECT_EQ(dialogs.shown.size(), 1u);
+}
+
+} // namespace
+} // namespace orvex::test
