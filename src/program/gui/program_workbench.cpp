@@ -65,6 +65,9 @@ ProgramWorkbench::~ProgramWorkbench() {
   main_.arrangeWindows = nullptr;
   main_.unloadQubitWindow = nullptr;
   delete qubitWindow_.data();
+  // The editors call back into this object; they go with it (without questions: the close
+  // sequence has run already when the workbench ends).
+  for (auto& frame : frames_) delete frame.data();
 }
 
 void ProgramWorkbench::openProgramArguments() {
