@@ -470,3 +470,26 @@ TEST_F(ProgramEditorTest, HelpMenuShowsHelpAndTheAboutBox) {
 
 } // namespace
 } // namespace orvex::test
+
+namespace orvex::test {
+namespace {
+
+TEST_F(ProgramEditorTest, ACallableProgramOpensInAnEditorFromTheMIList) {
+  ScriptedDialogs dialogs;
+  writeProgram("progs/sub.kvp", {"@B.MI"});
+  ASSERT_TRUE(main->openCallableProgram);
+  main->openCallableProgram("progs/sub.kvp");
+  ASSERT_NE(workbench->editor(2), nullptr);
+  EXPECT_EQ(editor(2).windowTitle(), "sub");
+  EXPECT_EQ(header(editor(2)), "Program ready");
+  EXPECT_EQ(workbench->activeSlot(), 2);
+
+  dialogs.answer(Answer::OK);
+  main->openCallableProgram("progs/sub.kvp");
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "This program has already been opened.");
+  EXPECT_EQ(workbench->editor(3), nullptr);
+}
+
+} // namespace
+} // namespace orvex::test

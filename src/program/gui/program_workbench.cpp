@@ -47,12 +47,7 @@ ProgramWorkbench::ProgramWorkbench(Main0& main, QObject* parent)
     return saved;
   };
   main_.openCallableProgram = [this](const std::string& relativePath) {
-    command([&] {
-      if (int slot = OpenCallableProgram(ws_, *this, relativePath); slot > 0) {
-        ws_.Program(slot).Status = "Program ready";
-        programChanged(slot);
-      }
-    });
+    command([&] { OpenCallableProgram(ws_, *this, relativePath); });
   };
   main_.arrangeWindows = [this] { arrangeWindows(); };
   main_.unloadQubitWindow = [this] { unloadQubitWindow(); };
