@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 
 #include "engine/initial_states.h"
 #include "engine/numbers.h"
@@ -121,6 +123,23 @@ void Simulator::Report(double* x, double* y, double* z) {
 void Simulator::Call(std::int32_t* status, std::int32_t* progress, std::int32_t* runMode,
                      std::int32_t* noOutputFiles, std::int32_t* entry, double* x, double* y,
                      double* z, std::int32_t* flags, char* programName) {
+  // Nothing may escape into the caller (a GUI thread): a failed allocation becomes the
+  // allocation code, any other failure the file code, each logged with its reason.
+  try {
+    CallUnguarded(status, progress, runMode, noOutputFiles, entry, x, y, z, flags, programName);
+  } catch (const std::bad_alloc&) {
+    flags[0] = 0;
+    Fail(status, {code::kAllocation, "(engine)", 0, "out of memory"});
+  } catch (const std::exception& e) {
+    flags[0] = 0;
+    Fail(status, {code::kProgramMissing, "(engine)", 0, e.what()});
+  }
+}
+
+void Simulator::CallUnguarded(std::int32_t* status, std::int32_t* progress,
+                              std::int32_t* runMode, std::int32_t* noOutputFiles,
+                              std::int32_t* entry, double* x, double* y, double* z,
+                              std::int32_t* flags, char* programName) {
   *status = 0;
   if (*entry == -2) {
     Abandon();

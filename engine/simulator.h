@@ -64,6 +64,9 @@ public:
 
 private:
   struct Context;
+  void CallUnguarded(std::int32_t* status, std::int32_t* progress, std::int32_t* runMode,
+                     std::int32_t* noOutputFiles, std::int32_t* entry, double* x, double* y,
+                     double* z, std::int32_t* flags, char* programName);
   void Start(std::int32_t* status, std::int32_t noOutputFiles, std::int32_t granularity,
              const std::string& programName);
   void Continue(std::int32_t* status, std::int32_t* progress, std::int32_t runMode,
