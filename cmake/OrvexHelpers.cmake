@@ -25,6 +25,14 @@ function(orvex_test name)
   orvex_warnings(${name})
   gtest_discover_tests(${name}
     WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}
-    PROPERTIES ENVIRONMENT "${ARG_ENV}"
     DISCOVERY_TIMEOUT 60)
+  # The environment is set by a file ctest includes after the discovered tests: passed as a
+  # test property through gtest_discover_tests, a list loses its separators and only the
+  # first variable reaches the tests.
+  if(ARG_ENV)
+    set(env_file "${CMAKE_CURRENT_BINARY_DIR}/${name}_environment.cmake")
+    file(GENERATE OUTPUT "${env_file}" CONTENT
+      "if(${name}_TESTS)\n  set_tests_properties(\${${name}_TESTS} PROPERTIES ENVIRONMENT [==[${ARG_ENV}]==])\nendif()\n")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${env_file}")
+  endif()
 endfunction()
