@@ -166,7 +166,7 @@ EngineError ParseMi(const std::string& name, const std::string& text, MiFile& ou
       } else if (u.find(": RANDOM") != std::string::npos) {
         out.initial = InitialState::Random;
         e = open(Block::Seed, lineNo, true);
-      } else {
+      } else if (u[0] != '!') {  // a description line may mention the words
         return fail(code::kInitialStateUnknown, lineNo,
                     "unknown initial state " + Quote(line) +
                         " (GROUND STATE, SPIN UP, SPIN DOWN or RANDOM)");

@@ -5,7 +5,9 @@
 #include <fstream>
 #include <sstream>
 
+#include "engine/mi_file.h"
 #include "engine_test_util.h"
+#include "mi/mi_file.h"
 
 namespace fs = std::filesystem;
 
@@ -88,6 +90,64 @@ TEST(DemoPrograms, SetsHoldTheWorkbenchLayout) {
         ASSERT_TRUE(p > 0 && text[p - 1] == '\r') << f.path();
     }
   }
+}
+
+TEST(DemoPrograms, SetFilesAreExactlyWhatTheWorkbenchWrites) {
+  for (const char* name : {"ideal2", "ideal3"}) {
+    const fs::path set = fs::path(ORVEX_SOURCE_DIR) / "data" / "MI" / name;
+    const int qubits = std::stoi(ReadAll(set / "qubits.dat"));
+    for (const auto& f : fs::directory_iterator(set)) {
+      if (f.path().extension() != ".MI") continue;
+      const std::string text = ReadAll(f.path());
+      orvex::MicroInstruction mi;
+      mi.Name = f.path().filename().string();
+      orvex::ParseMI(text, mi);
+      // The header keeps the user's figure in units of 2 pi; reading divides the printed
+      // product, which is off in the 15th digit, so take the figure from the header.
+      const std::size_t header = text.find("TIME STEP ; ");
+      if (header != std::string::npos) mi.TimeStep = std::stod(text.substr(header + 12));
+      EXPECT_EQ(orvex::FormatMI(mi, qubits, 0.5), text) << f.path();
+    }
+  }
+}
+
+TEST(WorkbenchMiFiles, ParseWithTheWorkbenchsNumbers) {
+  orvex::MicroInstruction mi;
+  mi.Name = "INITIALIZE.MI";
+  mi.Field(1, 0) = 0.5;
+  mi.Field(1, 3) = -0.25;
+  mi.Field(2, 7) = 1e-05;
+  mi.Field(2, 8) = 1.5e20;
+  mi.Field(2, 11) = 3;
+  mi.J(1, 2, 0) = 0.5;
+  mi.J(1, 2, 2) = -1;
+  mi.J(2, 3, 1) = 0.125;
+  mi.FieldSteps = 4;
+  mi.IntermediateSteps = 7;
+  mi.TimeStep = 0.1;
+  mi.TimeStepInPi = 1;
+  mi.InitialState = 3;
+  mi.CheckNorm = true;
+  mi.Description = "a description may mention the initial state";
+  const std::string text = orvex::FormatMI(mi, 3, 0.25);
+  MiFile parsed;
+  ASSERT_FALSE(ParseMi("INITIALIZE.MI", text, parsed)) << text;
+  EXPECT_EQ(parsed.maxQubit, 3);
+  EXPECT_EQ(parsed.field[0][0], 0.5);
+  EXPECT_EQ(parsed.field[0][3], -0.25);
+  EXPECT_EQ(parsed.field[1][7], 1e-05);
+  EXPECT_EQ(parsed.field[1][8], 1.5e20);
+  EXPECT_EQ(parsed.field[1][11], 3);
+  ASSERT_EQ(parsed.couplings.size(), 2u);
+  EXPECT_EQ(parsed.couplings[0].jx, 0.5);
+  EXPECT_EQ(parsed.couplings[0].jz, -1);
+  EXPECT_EQ(parsed.couplings[1].jy, 0.125);
+  EXPECT_EQ(parsed.fieldSteps, 4);
+  EXPECT_EQ(parsed.intermediateSteps, 7);
+  EXPECT_NEAR(parsed.timeStep, 0.1 * 2 * 3.14159265358979, 1e-14);
+  EXPECT_EQ(parsed.initial, InitialState::Random);
+  EXPECT_GE(parsed.seed, 1u);
+  EXPECT_TRUE(parsed.checkNorm);
 }
 
 } // namespace
