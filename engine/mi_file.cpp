@@ -28,6 +28,12 @@ bool MiFile::HasField(int q) const {
   return f[0] != 0 || f[1] != 0 || f[3] != 0 || f[4] != 0 || f[6] != 0 || f[7] != 0;
 }
 
+bool MiFile::StaticFields() const {
+  for (const auto& f : field)
+    if (f[1] != 0 || f[4] != 0 || f[7] != 0) return false;
+  return true;
+}
+
 namespace {
 
 enum class Block { None, Pairs, Spin, FieldSteps, TimeStep, Intermediate, About, Seed };

@@ -39,6 +39,8 @@ struct MiFile {
   // Field vector of qubit q (1-based) at time t since the MI started.
   void FieldAt(int q, double t, double& hx, double& hy, double& hz) const;
   bool HasField(int q) const;
+  // No oscillating part on any qubit: the fields do not depend on time.
+  bool StaticFields() const;
 };
 
 // Parses `text` (the file's bytes) of the MI `name`; on a syntax fault returns the error

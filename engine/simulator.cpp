@@ -298,33 +298,70 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     if (mi->fieldSteps == 0) return finishMi();
     return true;
   };
-  auto subStep = [&]() -> bool {
+  // Evolves the active MI by up to `want` intermediate steps, never past the end of the
+  // current main step; `done` gets the number taken. All factors of the batch go to the
+  // kernels in one list, so the tiled sweeps may span several intermediate steps.
+  auto subSteps = [&](std::int64_t want, std::int64_t& done) -> bool {
     const MiFile& mi = *c.mi;
     const std::int64_t n = std::max<std::int64_t>(1, mi.intermediateSteps);
+    const std::int64_t count = std::max<std::int64_t>(1, std::min(want, n - c.l));
+    done = count;
     const double tau = mi.timeStep, delta = tau / static_cast<double>(n);
-    const double t = static_cast<double>(c.k) * tau + (static_cast<double>(c.l) + 0.5) * delta;
     const double theta = delta / 2;
-    std::vector<Op> fields, ops;
-    for (int q = 1; q <= mi.maxQubit; ++q) {
-      if (!mi.HasField(q)) continue;
-      double hx, hy, hz;
-      mi.FieldAt(q, t, hx, hy, hz);
-      if (hx == 0 && hy == 0 && hz == 0) continue;
-      fields.push_back(FieldFactor(q - 1, hx, hy, hz, theta));
+    auto fieldOps = [&](double t, double angle, std::vector<Op>& out) {
+      for (int q = 1; q <= mi.maxQubit; ++q) {
+        if (!mi.HasField(q)) continue;
+        double hx, hy, hz;
+        mi.FieldAt(q, t, hx, hy, hz);
+        if (hx == 0 && hy == 0 && hz == 0) continue;
+        out.push_back(FieldFactor(q - 1, hx, hy, hz, angle));
+      }
+    };
+    // C(delta): the pairs forward, then backward, each over delta/2. Outside the literal
+    // reference the two middle factors (the same pair) are one factor over delta.
+    std::vector<Op> pairs;
+    const std::size_t p = mi.couplings.size();
+    for (std::size_t i = 0; i < p; ++i) {
+      const Coupling& cp = mi.couplings[i];
+      const bool middle = !literal_ && i + 1 == p;
+      pairs.push_back(PairFactor(cp.i - 1, cp.j - 1, cp.jx, cp.jy, cp.jz, middle ? delta : theta));
     }
-    ops = fields;
-    for (const Coupling& p : mi.couplings)
-      ops.push_back(PairFactor(p.i - 1, p.j - 1, p.jx, p.jy, p.jz, theta));
-    for (auto it = mi.couplings.rbegin(); it != mi.couplings.rend(); ++it)
-      ops.push_back(PairFactor(it->i - 1, it->j - 1, it->jx, it->jy, it->jz, theta));
-    ops.insert(ops.end(), fields.begin(), fields.end());
+    for (std::size_t i = literal_ ? p : p - (p > 0 ? 1 : 0); i-- > 0;) {
+      const Coupling& cp = mi.couplings[i];
+      pairs.push_back(PairFactor(cp.i - 1, cp.j - 1, cp.jx, cp.jy, cp.jz, theta));
+    }
+    std::vector<Op> ops;
+    if (!literal_ && mi.StaticFields()) {
+      // Static fields: F(delta/2) F(delta/2) of neighbouring intermediate steps is F(delta).
+      std::vector<Op> half, full;
+      fieldOps(0.0, theta, half);
+      fieldOps(0.0, delta, full);
+      ops = half;
+      for (std::int64_t s = 0; s < count; ++s) {
+        ops.insert(ops.end(), pairs.begin(), pairs.end());
+        if (s + 1 < count) ops.insert(ops.end(), full.begin(), full.end());
+      }
+      ops.insert(ops.end(), half.begin(), half.end());
+    } else {
+      std::vector<Op> fields;
+      for (std::int64_t s = 0; s < count; ++s) {
+        const double t =
+            static_cast<double>(c.k) * tau + (static_cast<double>(c.l + s) + 0.5) * delta;
+        fields.clear();
+        fieldOps(t, theta, fields);
+        ops.insert(ops.end(), fields.begin(), fields.end());
+        ops.insert(ops.end(), pairs.begin(), pairs.end());
+        ops.insert(ops.end(), fields.begin(), fields.end());
+      }
+    }
     if (literal_) {
       for (const Op& op : ops) ApplyLiteral(ParallelFor(), c.psi, op);
     } else {
       ApplyOps(ParallelFor(), c.psi, ops);
     }
     if (!ops.empty()) c.qValid = false;
-    if (++c.l == n) {
+    c.l += count;
+    if (c.l == n) {
       c.l = 0;
       ++c.k;
       c.time = c.miStart + static_cast<double>(c.k) * tau;
@@ -335,6 +372,7 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     }
     return true;
   };
+  constexpr std::int64_t kWholeMainStep = std::int64_t{1} << 62;
   // Starts the next MI, passing over breakpoints; false at the end of the program.
   auto beginNext = [&](bool& ok) {
     const MiFile* mi = nullptr;
@@ -349,24 +387,23 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
 
   if (runMode == 1) {
     bool ok = true;
+    std::int64_t done = 0;
     switch (c.granularity) {
     case Granularity::Mi:
       if (!c.mi && !beginNext(ok)) break;
-      while (ok && c.mi) ok = subStep();
+      while (ok && c.mi) ok = subSteps(kWholeMainStep, done);
       break;
     case Granularity::MainStep:
       if (!c.mi) {
         if (!beginNext(ok) || !ok || !c.mi) break;
       }
-      do {
-        ok = subStep();
-      } while (ok && c.mi && c.l != 0);
+      ok = subSteps(kWholeMainStep, done);
       break;
     case Granularity::SubStep:
       if (!c.mi) {
         if (!beginNext(ok) || !ok || !c.mi) break;
       }
-      ok = subStep();
+      ok = subSteps(1, done);
       break;
     }
     if (!ok) return;
@@ -374,9 +411,22 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     return;
   }
 
+  // Run: batches of intermediate steps sized from the time the last batch took, so the call
+  // returns close to the interval.
+  std::int64_t batch = 1;
   for (;;) {
     if (c.mi) {
-      if (!subStep()) return;
+      const auto before = std::chrono::steady_clock::now();
+      std::int64_t done = 0;
+      if (!subSteps(batch, done)) return;
+      const auto after = std::chrono::steady_clock::now();
+      const double perStep = std::chrono::duration<double>(after - before).count() /
+                             static_cast<double>(done);
+      const double left = std::chrono::duration<double>(returnInterval_).count() -
+                          std::chrono::duration<double>(after - began).count();
+      batch = perStep > 0 ? static_cast<std::int64_t>(
+                                std::clamp(left / perStep, 1.0, 1048576.0))
+                          : 1048576;
     } else {
       const MiFile* mi = nullptr;
       const Item it = next(c.stack, mi);
