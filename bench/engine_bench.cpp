@@ -52,6 +52,45 @@ void BM_IntermediateStep(benchmark::State& state) {
   state.counters["threads"] = EngineThreadCount();
 }
 
+// A main step of eight intermediate steps with static fields, as the simulator batches it:
+// F(d/2) C [F(d) C] x 7 F(d/2), the inner field halves merged.
+void BM_BatchedSteps(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  constexpr int kSteps = 8;
+  StateVector psi;
+  if (!psi.Allocate(n)) {
+    state.SkipWithError("cannot allocate the state");
+    return;
+  }
+  SetRandom(psi, 1);
+  const double theta = 0.01;
+  std::vector<Op> half, full, pairs, ops;
+  for (int q = 0; q < n; ++q) {
+    half.push_back(FieldFactor(q, 0.3 + 0.01 * q, -0.2, 0.7 - 0.02 * q, theta));
+    full.push_back(FieldFactor(q, 0.3 + 0.01 * q, -0.2, 0.7 - 0.02 * q, 2 * theta));
+  }
+  for (int q = 0; q + 1 < n; ++q)
+    pairs.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, q + 2 == n ? 2 * theta : theta));
+  for (int q = n - 3; q >= 0; --q) pairs.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, theta));
+  ops = half;
+  for (int s = 0; s < kSteps; ++s) {
+    ops.insert(ops.end(), pairs.begin(), pairs.end());
+    ops.insert(ops.end(), (s + 1 < kSteps ? full : half).begin(),
+               (s + 1 < kSteps ? full : half).end());
+  }
+  const int sweeps = SweepCount(n, ops);
+  for (auto _ : state) {
+    ApplyOps(ParallelFor(), psi, ops);
+    benchmark::ClobberMemory();
+  }
+  const double bytes = 2.0 * sweeps * static_cast<double>(StateVector::BytesFor(n));
+  state.counters["sweeps"] = sweeps;
+  state.counters["GB/s"] =
+      benchmark::Counter(bytes / 1e9, benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["s/step"] = benchmark::Counter(
+      kSteps, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
 void BM_LiteralStep(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   StateVector psi;
@@ -109,6 +148,7 @@ void BM_Copy(benchmark::State& state) {
 
 BENCHMARK(BM_IntermediateStep)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Copy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_BatchedSteps)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_LiteralStep)->DenseRange(12, 22, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Measure)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
