@@ -52,7 +52,7 @@ inline std::string Num(double v) {
 }
 
 // One MI, written the way the workbench writes it (numbers at full precision).
-struct MiSpec {
+struct MiText {
   int qubits = 1;
   std::map<int, std::array<double, 12>> fields;  // qubit -> the twelve values
   std::vector<std::tuple<int, int, double, double, double>> pairs;
@@ -63,11 +63,11 @@ struct MiSpec {
   unsigned long seed = 1;
   bool checkNorm = false;
 
-  MiSpec& Field(int q, int k, double v) {
+  MiText& Field(int q, int k, double v) {
     fields[q][k] = v;
     return *this;
   }
-  MiSpec& Pair(int i, int j, double jx, double jy, double jz) {
+  MiText& Pair(int i, int j, double jx, double jy, double jz) {
     pairs.emplace_back(i, j, jx, jy, jz);
     return *this;
   }
@@ -161,7 +161,7 @@ inline Matrix On(int n, int q, char c) {
 }
 
 // H(t) of an MI on n qubits.
-inline Matrix Hamiltonian(const MiSpec& mi, int n, double t) {
+inline Matrix Hamiltonian(const MiText& mi, int n, double t) {
   const Eigen::Index dim = Eigen::Index{1} << n;
   Matrix h = Matrix::Zero(dim, dim);
   for (auto& [i, j, jx, jy, jz] : mi.pairs) {

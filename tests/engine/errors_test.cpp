@@ -10,8 +10,8 @@
 namespace orvex::engine::test {
 namespace {
 
-MiSpec Good(int qubits = 2) {
-  MiSpec m;
+MiText Good(int qubits = 2) {
+  MiText m;
   m.qubits = qubits;
   m.Field(1, 0, 0.5).Field(2, 6, -0.25);
   m.Pair(1, 2, 0.5, 0, -1);
@@ -91,7 +91,7 @@ TEST(SyntaxErrors, EachFaultHasItsOwnCodeAndLine) {
 }
 
 TEST(SyntaxErrors, GroundStateOnlyUpToEightQubits) {
-  MiSpec ground = Good(9);
+  MiText ground = Good(9);
   ground.initial = "GROUND STATE";
   std::string log;
   EXPECT_EQ(RunWithBadMi(ground.Text(), &log), -18);
@@ -99,7 +99,7 @@ TEST(SyntaxErrors, GroundStateOnlyUpToEightQubits) {
   EXPECT_NE(log.find("ground state asked for 9 qubits"), std::string::npos) << log;
   // The register size, not the MI's own largest qubit, decides.
   RunDir dir;
-  MiSpec small = Good(2);
+  MiText small = Good(2);
   small.initial = "GROUND STATE";
   dir.write("small.MI", small.Text());
   dir.write("wide.MI", Good(9).Text());
@@ -110,7 +110,7 @@ TEST(SyntaxErrors, GroundStateOnlyUpToEightQubits) {
   EXPECT_EQ(a.status, -18);
   // Eight qubits are fine.
   RunDir ok;
-  MiSpec eight = Good(8);
+  MiText eight = Good(8);
   eight.initial = "GROUND STATE";
   ok.write("eight.MI", eight.Text());
   ok.write("test.kvp", ProgramText({"@eight.MI"}));
@@ -234,7 +234,7 @@ TEST(RunErrors, RecursionAndNestingTooDeep) {
 
 TEST(RunErrors, StateCannotBeAllocated) {
   RunDir dir;
-  MiSpec wide = Good(2);
+  MiText wide = Good(2);
   wide.Pair(1, 20, 0, 0, 1);
   dir.write("wide.MI", wide.Text());
   dir.write("test.kvp", ProgramText({"@wide.MI"}));
@@ -253,7 +253,7 @@ TEST(RunErrors, StateCannotBeAllocated) {
 TEST(RunErrors, NormCheckFails) {
   // Finite couplings whose difference overflows: the evolution is no longer unitary.
   RunDir dir;
-  MiSpec broken = Good();
+  MiText broken = Good();
   broken.Pair(1, 2, 1e308, -1e308, 0);
   broken.checkNorm = true;
   dir.write("broken.MI", broken.Text());

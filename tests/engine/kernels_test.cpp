@@ -137,10 +137,10 @@ TEST(Factors, FieldFactorIsTheExponentialOfTheField) {
 
 TEST(Factors, PairFactorIsTheExponentialOfThePairTerm) {
   const double jx = 0.8, jy = -0.35, jz = 1.4, theta = 0.6;
-  MiSpec spec;
-  spec.qubits = 2;
-  spec.Pair(1, 2, jx, jy, jz);
-  const Matrix u = Expm(Hamiltonian(spec, 2, 0), theta);
+  MiText pair;
+  pair.qubits = 2;
+  pair.Pair(1, 2, jx, jy, jz);
+  const Matrix u = Expm(Hamiltonian(pair, 2, 0), theta);
   std::vector<Amp> psi = {Amp(0.1, 0.2), Amp(-0.3, 0.4), Amp(0.5, -0.1), Amp(0.2, 0.6)};
   Vector v(4);
   for (int i = 0; i < 4; ++i) v[i] = psi[i];

@@ -11,8 +11,8 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 enum { Hx0, Hx1, Wx, Hy0, Hy1, Wy, Hz0, Hz1, Wz, Px, Py, Pz };
 
-MiSpec Init(int qubits, const std::string& state = "SPIN UP") {
-  MiSpec m;
+MiText Init(int qubits, const std::string& state = "SPIN UP") {
+  MiText m;
   m.qubits = qubits;
   m.fieldSteps = 0;
   m.intermediateSteps = 0;
@@ -22,8 +22,8 @@ MiSpec Init(int qubits, const std::string& state = "SPIN UP") {
 }
 
 // Rotation of qubit q by `angle` about y (|0> to |+> for pi/2).
-MiSpec RotateY(int qubits, int q, double angle) {
-  MiSpec m;
+MiText RotateY(int qubits, int q, double angle) {
+  MiText m;
   m.qubits = qubits;
   m.Field(q, Hy0, -angle);
   return m;
@@ -34,7 +34,7 @@ struct Session {
   Simulator sim;
   CallArgs args;
   // Writes the MIs as m1.MI, m2.MI, ... and a program calling them in order; runs it.
-  void Go(const std::vector<MiSpec>& mis) {
+  void Go(const std::vector<MiText>& mis) {
     std::vector<std::string> lines;
     for (std::size_t k = 0; k < mis.size(); ++k) {
       const std::string name = "m" + std::to_string(k + 1) + ".MI";
@@ -50,7 +50,7 @@ struct Session {
 TEST(Physics, RabiRotationAboutX) {
   for (double t : {0.4, 1.0, 2.5}) {
     const double h = 1.3;
-    MiSpec rabi;
+    MiText rabi;
     rabi.Field(1, Hx0, h);
     rabi.fieldSteps = 4;
     rabi.intermediateSteps = 3;
@@ -65,7 +65,7 @@ TEST(Physics, RabiRotationAboutX) {
 
 TEST(Physics, PrecessionUnderAZField) {
   const double hz = 0.9, t = 2.2;
-  MiSpec precess;
+  MiText precess;
   precess.Field(1, Hz0, hz);
   precess.timeStep = t;
   Session r;
@@ -78,10 +78,10 @@ TEST(Physics, PrecessionUnderAZField) {
 TEST(Physics, IsotropicCouplingExchangesTheQubits) {
   const double j = 0.7;
   for (double t : {1.0, kPi / j}) {
-    MiSpec flip;  // qubit 1 to |1>
+    MiText flip;  // qubit 1 to |1>
     flip.qubits = 2;
     flip.Field(1, Hx0, -kPi);
-    MiSpec exchange;
+    MiText exchange;
     exchange.qubits = 2;
     exchange.Pair(1, 2, j, j, j);
     exchange.timeStep = t;
@@ -94,7 +94,7 @@ TEST(Physics, IsotropicCouplingExchangesTheQubits) {
 
 TEST(Physics, IsingCouplingGivesTheZZPhase) {
   const double jz = 1.7, t = 0.8;
-  MiSpec zz;
+  MiText zz;
   zz.qubits = 2;
   zz.Pair(2, 1, 0, 0, jz);  // the reversed order couples the same pair
   zz.timeStep = t;
@@ -111,7 +111,7 @@ TEST(Physics, ResonantOscillatingFieldFlipsTheSpin) {
   // Rotating-wave limit: amplitude eps at the Larmor frequency gives Rabi frequency eps/2,
   // so a full flip after 2 pi / eps.
   const double w0 = 1.0, eps = 0.02, t = 2 * kPi / eps;
-  MiSpec drive;
+  MiText drive;
   drive.Field(1, Hz0, w0).Field(1, Hx1, eps).Field(1, Wx, w0);
   drive.fieldSteps = 100;
   drive.intermediateSteps = 64;
@@ -128,10 +128,10 @@ TEST(Physics, ResonantOscillatingFieldFlipsTheSpin) {
 
 // ---- Second order against the dense reference ----
 
-MiSpec RandomStatic(int n, unsigned seed, double t, long steps) {
+MiText RandomStatic(int n, unsigned seed, double t, long steps) {
   std::mt19937_64 gen(seed);
   std::uniform_real_distribution<double> u(-1.5, 1.5);
-  MiSpec m;
+  MiText m;
   m.qubits = n;
   for (int q = 1; q <= n; ++q) m.Field(q, Hx0, u(gen)).Field(q, Hy0, u(gen)).Field(q, Hz0, u(gen));
   for (int i = 1; i <= n; ++i)
@@ -149,9 +149,9 @@ MiSpec RandomStatic(int n, unsigned seed, double t, long steps) {
 }
 
 // Runs a random initial state through `mi` and returns |psi_engine - psi_reference|.
-double ErrorAgainst(const MiSpec& mi, int n, const std::function<Vector(const Vector&)>& exact) {
+double ErrorAgainst(const MiText& mi, int n, const std::function<Vector(const Vector&)>& exact) {
   RunDir dir;
-  MiSpec init = Init(n, "RANDOM");
+  MiText init = Init(n, "RANDOM");
   init.seed = 4242;
   dir.write("init.MI", init.Text());
   dir.write("evolve.MI", mi.Text());
@@ -171,7 +171,7 @@ double ErrorAgainst(const MiSpec& mi, int n, const std::function<Vector(const Ve
 TEST(SecondOrder, ErrorFallsFourfoldPerHalvingAndVanishesForFineSteps) {
   for (int n = 2; n <= 5; ++n) {
     const double t = 1.3;
-    const MiSpec coarse = RandomStatic(n, 100 + n, t, 1);
+    const MiText coarse = RandomStatic(n, 100 + n, t, 1);
     const Matrix u = Expm(Hamiltonian(coarse, n, 0), t);
     auto exact = [&](const Vector& v) -> Vector { return u * v; };
     const double e8 = ErrorAgainst(RandomStatic(n, 100 + n, t, 8), n, exact);
@@ -185,7 +185,7 @@ TEST(SecondOrder, ErrorFallsFourfoldPerHalvingAndVanishesForFineSteps) {
 
 TEST(SecondOrder, TimeDependentFieldsConvergeToTheIntegratedEvolution) {
   const int n = 2;
-  MiSpec mi;
+  MiText mi;
   mi.qubits = n;
   mi.Field(1, Hz0, 1.1).Field(1, Hx1, 0.8).Field(1, Wx, 1.3).Field(1, Px, 0.4);
   mi.Field(2, Hy1, -0.6).Field(2, Wy, 2.1).Field(2, Hz0, 0.3).Field(2, Hz1, 0.5).Field(2, Wz, 0.7);
@@ -226,7 +226,7 @@ TEST(SecondOrder, MergedFactorsAndTiledSweepsReproduceTheLiteralFormula) {
   // static fields the halves of neighbouring intermediate steps are also merged.
   const int n = 16;
   for (bool oscillating : {true, false}) {
-    MiSpec chain;
+    MiText chain;
     chain.qubits = n;
     std::mt19937_64 gen(9);
     std::uniform_real_distribution<double> u(-1, 1);
@@ -239,7 +239,7 @@ TEST(SecondOrder, MergedFactorsAndTiledSweepsReproduceTheLiteralFormula) {
     chain.fieldSteps = 2;
     chain.intermediateSteps = 5;
     chain.timeStep = 0.5;
-    MiSpec init = Init(n, "RANDOM");
+    MiText init = Init(n, "RANDOM");
     std::vector<Vector> results;
     for (bool literal : {true, false}) {
       RunDir dir;
@@ -259,7 +259,7 @@ TEST(SecondOrder, MergedFactorsAndTiledSweepsReproduceTheLiteralFormula) {
 
 TEST(InitialStates, GroundStateIsTheLowestEigenvectorWithAPositiveLargestAmplitude) {
   const int n = 3;
-  MiSpec ground = RandomStatic(n, 77, 0, 0);
+  MiText ground = RandomStatic(n, 77, 0, 0);
   ground.fieldSteps = 0;
   ground.initial = "GROUND STATE";
   Session r;
@@ -277,7 +277,7 @@ TEST(InitialStates, GroundStateIsTheLowestEigenvectorWithAPositiveLargestAmplitu
 
 TEST(InitialStates, RandomStateDependsOnTheSeedOnly) {
   auto draw = [](unsigned long seed) {
-    MiSpec init = Init(4, "RANDOM");
+    MiText init = Init(4, "RANDOM");
     init.seed = seed;
     Session r;
     r.Go({init});

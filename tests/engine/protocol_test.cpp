@@ -28,8 +28,8 @@ int Count(const std::string& text, const std::string& what) {
 }
 
 // A rotation of qubit 1 about x by `angle` in `main` main steps of `sub` intermediate steps.
-MiSpec RotX(double angle, long main = 1, long sub = 1, int qubits = 2) {
-  MiSpec m;
+MiText RotX(double angle, long main = 1, long sub = 1, int qubits = 2) {
+  MiText m;
   m.qubits = qubits;
   m.Field(1, 0, angle);
   m.fieldSteps = main;
@@ -38,8 +38,8 @@ MiSpec RotX(double angle, long main = 1, long sub = 1, int qubits = 2) {
   return m;
 }
 
-MiSpec Up(int qubits = 2) {
-  MiSpec m;
+MiText Up(int qubits = 2) {
+  MiText m;
   m.qubits = qubits;
   m.fieldSteps = 0;
   m.intermediateSteps = 0;
@@ -259,7 +259,7 @@ TEST_F(Protocol, LogNamesTheEngineProgramRegisterAndEveryMi) {
 }
 
 TEST_F(Protocol, NormCheckPassesForUnitaryEvolution) {
-  MiSpec checked = RotX(1.0, 2, 50);
+  MiText checked = RotX(1.0, 2, 50);
   checked.checkNorm = true;
   checked.Pair(1, 2, 0.3, 0.4, 0.5);
   dir.write("checked.MI", checked.Text());
