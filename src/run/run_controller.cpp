@@ -201,6 +201,10 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     program.Status = "Program is running";
     ui.programChanged(slot);
     ui.enableRunCommands(slot, false);
+    if (ws.RunningProgram != slot) {  // reset while the enabling processed events
+      ws.EngineBusy = false;
+      return;
+    }
 
     const Kv3Entry engine = EngineLibrary::Load();
     do {
@@ -216,21 +220,23 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     } while (ws.EngineFlags[0] > 0 && ws.EngineError == 0);
     ws.EngineBusy = false;
     if (ws.RunningProgram != slot) return;  // the reset did the bookkeeping
+    if (ws.EngineError != 0) {
+      // The engine's arrays may still hold another run's values (a start that failed before
+      // the register was built writes none), so the program keeps the state it showed.
+      HandleEngineError(ws, ui, slot, engine);
+      ui.updateQubitDisplay(slot);
+      return;
+    }
 
     ws.StartX = ws.EngineX;
     ws.StartY = ws.EngineY;
     ws.StartZ = ws.EngineZ;
     CopyEngineState(ws, slot);
-    const bool halted = ws.EngineError == 0 && ws.EngineProgress[slot - 1] > 0;
+    const bool halted = ws.EngineProgress[slot - 1] > 0;
     const auto [position, row] =
         halted ? DeriveHalt(ws, slot, from, mode, granularityWord) : std::pair<int, int>{-1, -1};
     RecordStep(ws, slot, position);
 
-    if (ws.EngineError != 0) {
-      HandleEngineError(ws, ui, slot, engine);
-      ui.updateQubitDisplay(slot);
-      return;
-    }
     program.Status = "Program halted";
     program.CurrentRow = row;
     if (!halted) {

@@ -213,6 +213,7 @@ TEST_F(RunControllerTest, EngineErrorMakesTheCleanUpCallBeforeTheMessage) {
   LogAtMessage recorder(dir);
   recorder.answer(Answer::OK);
   ws.QubitX(1, 1) = 0.5;
+  ws.EngineX[0] = 0.9;  // left over from another program's run
 
   RunProgram(ws, ui, 1, kModeRun);
 
@@ -231,6 +232,8 @@ TEST_F(RunControllerTest, EngineErrorMakesTheCleanUpCallBeforeTheMessage) {
   EXPECT_EQ(ws.Program(1).Status, "Program ready");
   EXPECT_EQ(ui.count("enable 1"), 1);
   EXPECT_FALSE(ws.EngineBusy);
+  // A failed run shows no values of its own: the program keeps what it showed.
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), 0.5);
 }
 
 TEST_F(RunControllerTest, UnknownEngineCodeStillShowsACriticalBox) {
