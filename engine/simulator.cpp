@@ -304,7 +304,12 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
   auto subSteps = [&](std::int64_t want, std::int64_t& done) -> bool {
     const MiFile& mi = *c.mi;
     const std::int64_t n = std::max<std::int64_t>(1, mi.intermediateSteps);
-    const std::int64_t count = std::max<std::int64_t>(1, std::min(want, n - c.l));
+    // A batch holds at most about kBatchOps factors, so its list stays small.
+    constexpr std::int64_t kBatchOps = 4096;
+    const std::int64_t perStep =
+        2 * static_cast<std::int64_t>(mi.maxQubit + mi.couplings.size()) + 1;
+    const std::int64_t count = std::max<std::int64_t>(
+        1, std::min({want, n - c.l, kBatchOps / perStep}));
     done = count;
     const double tau = mi.timeStep, delta = tau / static_cast<double>(n);
     const double theta = delta / 2;
