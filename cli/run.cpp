@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "cli/commands.h"
-#include "mi/mi_file.h"
+#include "miset/open_miset.h"
 #include "miset/qubits_file.h"
 #include "platform/appdir.h"
 #include "platform/dialogs.h"
@@ -120,6 +120,18 @@ std::string Lines(std::string text) {
   return text;
 }
 
+// A message's lines as one line, for warnings that should read as a single line.
+std::string OneLine(const std::string& text) {
+  std::string line;
+  for (char c : text) {
+    if (c == platform::CR || c == '\n') c = ' ';
+    if (c == ' ' && (line.empty() || line.back() == ' ')) continue;
+    line += c;
+  }
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  return line;
+}
+
 // Message boxes become lines on standard error; a critical one means the run failed.
 class CliDialogs : public platform::DialogHandler {
 public:
@@ -133,6 +145,8 @@ public:
     if (icon == platform::Icon::Critical) failed = true;
     if (text.empty())
       std::fprintf(stderr, "engine error %d\n", static_cast<int>(ws_.EngineError));
+    else if (icon == platform::Icon::Exclamation)
+      std::fprintf(stderr, "warning: %s\n", OneLine(text).c_str());
     else
       std::fprintf(stderr, "%s\n", Lines(text).c_str());
     if (!detail.empty()) std::fprintf(stderr, "reason: %s\n", detail.c_str());
@@ -180,39 +194,12 @@ private:
   std::chrono::steady_clock::time_point last_{};
 };
 
-// Reads the set's MIs and callable programs into the table as the workbench does on opening.
+// Reads the set's MIs and callable programs into the table exactly as the workbench does on
+// opening; what the workbench would report in a box arrives on standard error.
 void LoadSet(Workspace& ws) {
   ReadQubitsFile(ws);
-  for (const std::string& name : ListFiles(ws.MISetPath, ".MI")) {
-    if (ws.MICount >= kMaxMIs) ThrowSubscriptOutOfRange();
-    const int n = ++ws.MICount;
-    MicroInstruction& mi = ws.MITable(n);
-    mi = MicroInstruction{};
-    mi.InUse = true;
-    mi.Name = name;
-    try {
-      ReadMI(ws.MISetPath + name, mi);
-    } catch (const RuntimeError& e) {
-      // The engine reads the file itself; the table only needs the name.
-      std::fprintf(stderr, "warning: %s: %s\n", name.c_str(), e.what());
-    }
-  }
-  for (const std::string& name : ListFiles(ws.MISetPath, ".MP")) {
-    if (ws.MICount >= kMaxMIs) ThrowSubscriptOutOfRange();
-    const int n = ++ws.MICount;
-    MicroInstruction& mi = ws.MITable(n);
-    mi = MicroInstruction{};
-    mi.InUse = true;
-    mi.Name = name;
-    ReadMPFile(ws.MISetPath + name, mi);
-    const std::string target = CallTarget(mi);
-    if (target.empty() || !FileExists(ws.AppDir + NormalizeSeparators(target))) {
-      std::fprintf(stderr, "warning: program file %s could not be found; %s not loaded\n",
-                   target.c_str(), name.c_str());
-      mi = MicroInstruction{};
-      --ws.MICount;
-    }
-  }
+  LoadMIFiles(ws);
+  LoadCallablePrograms(ws);
 }
 
 std::string Number(double v) {
