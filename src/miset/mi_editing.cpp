@@ -1,6 +1,7 @@
 #include "miset/mi_editing.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 
 #include "mi/mi_file.h"
@@ -74,6 +75,19 @@ std::vector<std::pair<int, int>> QubitPairs(int qubits) {
   return pairs;
 }
 
+// A step in units of 2π is read back from the file's value line divided by 2π, and the
+// printing of that line to 15 digits leaves noise in the last digit (.25 reads back as
+// .250000000000001). The editor shows the user's figure: the value to 14 digits.
+namespace {
+double UserTimeStepFigure(double value) {
+  char buf[40];
+  auto printed = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::general, 14);
+  double figure = value;
+  std::from_chars(buf, printed.ptr, figure, std::chars_format::general);
+  return figure;
+}
+} // namespace
+
 MIEdit LoadMIEdit(const Workspace& ws, int n, int qubits) {
   const MicroInstruction& mi = ws.MITable(n);
   MIEdit e;
@@ -81,8 +95,8 @@ MIEdit LoadMIEdit(const Workspace& ws, int n, int qubits) {
   e.Qubits = qubits;
   e.Name = EditableName(mi.Name);
   e.Description = mi.Description;
-  e.TimeStep = mi.TimeStep;
   e.TimeStepInPi = mi.TimeStepInPi == 1;
+  e.TimeStep = e.TimeStepInPi ? UserTimeStepFigure(mi.TimeStep) : mi.TimeStep;
   e.FieldSteps = mi.FieldSteps;
   e.IntermediateSteps = mi.IntermediateSteps;
   e.CheckNorm = mi.CheckNorm;

@@ -191,6 +191,25 @@ TEST_F(MICommandsTest, StoredEditsAreSavedAndReadBackIntact) {
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
+TEST_F(MICommandsTest, TimeStepsInUnitsOfTwoPiShowTheUsersFigure) {
+  // Read back from the file's value line, .25 and 2.5 carry noise in their 15th digit; the
+  // editor shows what the user typed. A plain time step is shown as it stands.
+  ScriptedDialogs dialogs;
+  const int n = NewMI(ws, ui);
+  for (double figure : {0.25, 2.5, 0.1, 1e-7}) {
+    MIEdit e = LoadMIEdit(ws, n);
+    e.Name = "Pulse";
+    e.TimeStep = figure;
+    e.TimeStepInPi = true;
+    ASSERT_TRUE(StoreMIEdit(ws, n, e));
+    ReadMI(ws.MISetPath + "Pulse.MI", ws.MITable(n));
+    EXPECT_EQ(LoadMIEdit(ws, n).TimeStep, figure) << figure;
+  }
+  ws.MITable(n).TimeStep = 0.123456789012345;
+  ws.MITable(n).TimeStepInPi = 0;
+  EXPECT_EQ(LoadMIEdit(ws, n).TimeStep, 0.123456789012345);
+}
+
 TEST_F(MICommandsTest, EditorRefusesBadNamesAndAGroundStateItCannotCompute) {
   ScriptedDialogs dialogs;
   const int n = NewMI(ws, ui);
