@@ -193,8 +193,6 @@ void Scatter(const Tile& t, u64 base, double* re, double* im, const double* bre,
 
 // Amplitudes per task of the literal sweeps.
 constexpr int kChunkBits = 14;
-// Registers from this size on are split over the threads even when they fit one tile.
-constexpr int kSplitBits = 12;
 // Contiguous run every tile keeps, so gathers copy whole cache lines and more.
 constexpr int kMinRunBits = 6;
 
@@ -276,10 +274,7 @@ void ApplyLiteral(const For& policy, StateVector& psi, const Op& op) {
 
 int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits) {
   if (ops.empty()) return 0;
-  if (qubits <= tileBits) {
-    if (EngineThreadCount() == 1 || qubits < kSplitBits) return 1;
-    tileBits = qubits - 3;
-  }
+  if (qubits <= tileBits) return 1;
   return static_cast<int>(PlanGroups(qubits, ops, tileBits).size());
 }
 
@@ -288,13 +283,11 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops, i
   if (ops.empty()) return;
   const int n = psi.Qubits();
   if (n <= tileBits) {
-    if (policy.Threads() == 1 || n < kSplitBits) {
-      // The whole register is one tile: apply in place, one factor after the other.
-      for (const Op& op : ops) BlockOp(psi.Re(), psi.Im(), psi.Size(), op);
-      return;
-    }
-    // Still cut it into eight tiles, so every core gets work.
-    tileBits = n - 3;
+    // The whole register is one tile: apply in place, one factor after the other. (Cutting
+    // a register this small over the threads costs more in gathers and hand-overs than it
+    // gains.)
+    for (const Op& op : ops) BlockOp(psi.Re(), psi.Im(), psi.Size(), op);
+    return;
   }
   for (const Group& g : PlanGroups(n, ops, tileBits)) {
     const Tile tile = MakeTile(n, g.bits);

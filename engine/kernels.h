@@ -36,8 +36,7 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops,
 template <class For>
 Expectations Measure(const For& policy, const StateVector& psi, int tileBits = kTileBits);
 
-// Number of full sweeps ApplyOps with ParallelFor makes for `ops` on n qubits (the
-// benchmark's byte count).
+// Number of full sweeps ApplyOps makes for `ops` on n qubits (the benchmark's byte count).
 int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits = kTileBits);
 
 } // namespace orvex::engine
