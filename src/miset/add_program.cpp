@@ -23,12 +23,13 @@ int AddQuantumProgram(Workspace& ws, MISetUi& ui) {
   ws.FileDialogDir = DirectoryOf(*chosen);
   const std::string relative = RelativePath(*chosen, ws.AppDir);
 
-  // A substring test on purpose: a.kvp counts as added when progs/a.kvp is.
+  // A substring test on purpose: a.kvp counts as added when progs/a.kvp is. An entry read
+  // from a ".MP" file may name its program with "\"; ours uses "/".
   for (int k = 1; k <= ws.MICount; ++k) {
     const MicroInstruction& mi = ws.MITable(k);
     if (!mi.InUse || Upper(mi.Name.size() >= 2 ? mi.Name.substr(mi.Name.size() - 2) : mi.Name) != "MP")
       continue;
-    if (Lower(mi.Description).find(relative) != std::string::npos) {
+    if (Lower(NormalizeSeparators(mi.Description)).find(relative) != std::string::npos) {
       platform::MsgBox("This program has already been added.", platform::Icon::Information,
                        platform::Buttons::OK);
       return 0;

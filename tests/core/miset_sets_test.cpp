@@ -240,5 +240,18 @@ TEST_F(SetCommandsTest, AddedProgramBecomesACallableRowOnce) {
   EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "A", "a", "INITIALIZE"}));
 }
 
+TEST_F(SetCommandsTest, AnEntryNamingItsProgramWithBackslashesCountsAsAdded) {
+  ScriptedDialogs dialogs;
+  put("demo", "b.MP", "@progs\\b.kvp\r\n");
+  dir.write("progs/b.kvp", "!Quantum program b\r\n");
+  OpenMISet(ws, ui);
+  ASSERT_NE(rowOf("b"), -1);
+  dialogs.file(dir.path() + "progs/b.kvp");
+  dialogs.answer(Answer::OK);
+  EXPECT_EQ(AddQuantumProgram(ws, ui), 0);
+  EXPECT_EQ(dialogs.messages(), std::vector<std::string>{"This program has already been added."});
+  EXPECT_EQ(dir.read("MI/demo/b.MP"), "@progs\\b.kvp\r\n");
+}
+
 } // namespace
 } // namespace orvex::test
