@@ -69,8 +69,10 @@ bool NewMISet(Workspace& ws, MISetUi& ui) {
   ws.MISetPath = setPath;
   ws.MIList.Caption = "Set: " + SetNameOf(setPath);
 
-  ReadQubitsFile(ws);
+  // The old set's MIs go before anything can fail, so that none of them is ever saved into
+  // the new directory.
   ClearMITable(ws);
+  ReadQubitsFile(ws);
   try {
     LoadMIFiles(ws);
     EnsureInitializeMI(ws);

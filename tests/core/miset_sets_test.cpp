@@ -7,6 +7,7 @@
 #include "miset/open_miset.h"
 #include "miset/set_commands.h"
 #include "miset/set_qubits.h"
+#include "workspace/errors.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
 
@@ -106,6 +107,20 @@ TEST_F(SetCommandsTest, ExistingSetAnsweredNoOpensUnchangedAndYesEmptiesIt) {
   EXPECT_FALSE(dir.exists("MI/old/X.MI"));
   EXPECT_EQ(ws.NumberOfQubits, 2);
   EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "Initialize"}));
+}
+
+TEST_F(SetCommandsTest, ABadQubitsFileInTheNewSetLeavesNoneOfTheOldMIsBehind) {
+  ScriptedDialogs dialogs;
+  put("old", "X.MI", MIText("x"));
+  put("old", "qubits.dat", "many\r\n");
+  ui.setName = "old";
+  dialogs.answer(Answer::No);  // already exists: open it as it is
+  EXPECT_THROW(NewMISet(ws, ui), RuntimeError);
+  EXPECT_EQ(ws.MISetPath, dir.path() + "MI/old/");
+  EXPECT_EQ(ws.MICount, 0);
+  EXPECT_EQ(rowTexts(), std::vector<std::string>{"Breakpoint"});
+  SaveAllMIs(ws);  // nothing of demo may land in old
+  EXPECT_FALSE(dir.exists("MI/old/A.MI"));
 }
 
 TEST_F(SetCommandsTest, CopyingASetContinuesInTheCopy) {
