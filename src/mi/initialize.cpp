@@ -4,6 +4,7 @@
 
 #include "mi/mi_file.h"
 #include "platform/dialogs.h"
+#include "workspace/paths.h"
 
 namespace orvex {
 
@@ -40,7 +41,9 @@ int EnsureInitializeMI(Workspace& ws) {
   mi.TimeStepInPi = 0;
   ws.MIList.Rows.push_back({"MI" + std::to_string(slot), NameWithoutExtension(mi.Name), kIconMI});
   ws.NotifyMIListChanged();
-  WriteMI(ws, slot);
+  // A file of that name that is not in the table is one the reader rejected (the user was
+  // told); it stays as it is until the user saves the new record over it.
+  if (!FileExists(ws.MISetPath + mi.Name)) WriteMI(ws, slot);
   return slot;
 }
 

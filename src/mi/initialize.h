@@ -13,7 +13,8 @@ namespace orvex {
 int NewMIRecord(Workspace& ws);
 
 // Creates "Initialize.mi" (all qubits |0>) when no slot 1..MICount is named INITIALIZE (in any
-// case, any extension); adds its row to the MI list and writes the file. Returns the slot
+// case, any extension); adds its row to the MI list and writes the file, unless a file of that
+// name (any case) is there already, which the reader must have rejected. Returns the slot
 // created, or 0 when one existed.
 int EnsureInitializeMI(Workspace& ws);
 

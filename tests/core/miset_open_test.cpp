@@ -9,6 +9,7 @@
 #include "miset/open_miset.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
+#include "workspace/paths.h"
 
 namespace orvex::test {
 namespace {
@@ -203,6 +204,20 @@ TEST_F(OpenMISetTest, AnUnreadableMIFileIsReportedAndTheOthersLoad) {
   EXPECT_EQ(dialogs.shown[0].text.rfind("The micro instruction file bad.MI could not be read.\r", 0), 0u);
   EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "good", "Initialize"}));
   expectConsecutiveKeys();
+}
+
+TEST_F(OpenMISetTest, AnUnreadableInitialisationMIIsListedAfreshButItsFileIsKept) {
+  // A blank line inside the coupling block is a malformed pair line.
+  const std::string bad = "HEISENBERG INTERACTION\r\n\r\nEND\r\nINITIAL STATE: RANDOM\r\n12\r\nEND\r\n";
+  put("demo", "INITIALIZE.MI", bad);
+  ScriptedDialogs dialogs;
+  dialogs.answer(Answer::OK);
+  OpenMISet(ws, ui);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text.rfind("The micro instruction file INITIALIZE.MI could not be read.\r", 0), 0u);
+  EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "Initialize"}));
+  EXPECT_EQ(dir.read("MI/demo/INITIALIZE.MI"), bad);
+  EXPECT_EQ(ListFiles(ws.MISetPath, ".MI").size(), 1u);
 }
 
 } // namespace
