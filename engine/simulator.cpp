@@ -117,7 +117,22 @@ void Simulator::Report(double* x, double* y, double* z) {
     y[i] = (1 - c.q.qubits[i].y) / 2;
     z[i] = (1 - c.q.qubits[i].z) / 2;
   }
-  for (std::FILE* f : c.out) std::fflush(f);
+}
+
+void Simulator::FlushOutputs(std::int32_t* status, std::int32_t* flags) {
+  if (!context_) return;
+  Context& c = *context_;
+  // The lines of a call reach the files here; a write that fails (a full disk) shows only
+  // now, since the lines themselves go into the streams' buffers.
+  for (std::size_t i = 0; i < c.out.size(); ++i) {
+    if (std::fflush(c.out[i]) == 0 && !std::ferror(c.out[i])) continue;
+    if (*status == 0) {
+      flags[0] = 0;
+      Fail(status, {code::kOutputFile, OutputName(static_cast<int>(i) + 1), 0,
+                    "cannot write the output file"});
+    }
+    return;
+  }
 }
 
 void Simulator::Call(std::int32_t* status, std::int32_t* progress, std::int32_t* runMode,
@@ -163,6 +178,7 @@ void Simulator::CallUnguarded(std::int32_t* status, std::int32_t* progress,
     return;
   }
   Continue(status, progress, *runMode, flags);
+  FlushOutputs(status, flags);
   Report(x, y, z);
 }
 

@@ -72,6 +72,7 @@ private:
   void Continue(std::int32_t* status, std::int32_t* progress, std::int32_t runMode,
                 std::int32_t* flags);
   void Report(double* x, double* y, double* z);
+  void FlushOutputs(std::int32_t* status, std::int32_t* flags);
   void Fail(std::int32_t* status, const EngineError& e);
   void Abandon();
 

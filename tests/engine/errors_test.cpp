@@ -1,6 +1,7 @@
 // Every status code of the engine, each from a run directory that really has the fault,
 // with the reason logged as "error CODE: FILE:LINE: reason".
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <set>
 
@@ -284,6 +285,22 @@ TEST(RunErrors, OutputFileCannotBeCreated) {
   EXPECT_EQ(a.status, -30);
   EXPECT_NE(dir.read("kv1dll.log").find("error -30: qubit02.out:0: cannot create"),
             std::string::npos);
+}
+
+TEST(RunErrors, OutputFileCannotBeWritten) {
+  // qubit01.out opens, but every write to it fails (a full disk).
+  RunDir dir;
+  dir.write("a.MI", Good().Text());
+  dir.write("test.kvp", ProgramText({"@a.MI"}));
+  ASSERT_EQ(symlink("/dev/full", (dir.dir().path() + "qubit01.out").c_str()), 0);
+  Simulator sim;
+  CallArgs a = StartArgs("test.kvp", 0, 0, true);
+  sim.Call(a);
+  EXPECT_EQ(a.status, -30);
+  EXPECT_EQ(a.flags[0], 0);
+  EXPECT_NE(dir.read("kv1dll.log").find("error -30: qubit01.out:0: cannot write"),
+            std::string::npos)
+      << dir.read("kv1dll.log");
 }
 
 } // namespace
