@@ -255,6 +255,46 @@ TEST(SecondOrder, MergedFactorsAndTiledSweepsReproduceTheLiteralFormula) {
   }
 }
 
+TEST(SecondOrder, EachSubStepIsTheSymmetricProductOfExactFactors) {
+  // The literal formula, built densely from the Hamiltonian's own terms: with
+  // t = k tau + (l + 1/2) delta, U = F C F, F = exp(-i (delta/2) H_fields(t)) and
+  // C = E(1,2) E(1,3) E(2,3) E(2,3) E(1,3) E(1,2), E = exp(-i (delta/2) H_pair). The pairs are
+  // listed out of order (and one reversed) in the file: C takes them ordered by (i, j).
+  const int n = 3;
+  MiText mi;
+  mi.qubits = n;
+  mi.Field(1, Hz0, 1.1).Field(1, Hx1, 0.8).Field(1, Wx, 1.3).Field(1, Px, 0.4);
+  mi.Field(2, Hy0, -0.5).Field(2, Hz1, 0.9).Field(2, Wz, 2.1).Field(2, Pz, -0.3);
+  mi.Field(3, Hx0, 0.7).Field(3, Hy1, -0.6).Field(3, Wy, 0.9);
+  mi.Pair(2, 3, 1.2, -0.4, 0.6).Pair(3, 1, -0.9, 0.5, 1.4).Pair(1, 2, 0.3, 1.1, -0.8);
+  mi.fieldSteps = 2;
+  mi.intermediateSteps = 3;
+  mi.timeStep = 0.9;
+  auto pair = [&](int i, int j) {
+    MiText p;
+    for (auto& [a, b, jx, jy, jz] : mi.pairs)
+      if ((a == i && b == j) || (a == j && b == i)) p.Pair(i, j, jx, jy, jz);
+    return Hamiltonian(p, n, 0);
+  };
+  auto exact = [&](const Vector& v0) -> Vector {
+    const double delta = mi.timeStep / 3;
+    MiText fieldsOnly = mi;
+    fieldsOnly.pairs.clear();
+    const Matrix e12 = Expm(pair(1, 2), delta / 2), e13 = Expm(pair(1, 3), delta / 2),
+                 e23 = Expm(pair(2, 3), delta / 2);
+    const Matrix c = e12 * e13 * e23 * e23 * e13 * e12;
+    Vector v = v0;
+    for (int k = 0; k < 2; ++k)
+      for (int l = 0; l < 3; ++l) {
+        const double t = k * mi.timeStep + (l + 0.5) * delta;
+        const Matrix f = Expm(Hamiltonian(fieldsOnly, n, t), delta / 2);
+        v = f * c * f * v;
+      }
+    return v;
+  };
+  EXPECT_LT(ErrorAgainst(mi, n, exact), 1e-12);
+}
+
 // ---- Initial states ----
 
 TEST(InitialStates, GroundStateIsTheLowestEigenvectorWithAPositiveLargestAmplitude) {
