@@ -2,6 +2,7 @@
 // settings, the MI list's keys, buttons and drags, the MI editor, the small set windows, the
 // Qt dialog handler and the close sequence. Message boxes are answered by ScriptedDialogs;
 // modal windows are answered by a timer that finds them once they are shown.
+#include <filesystem>
 #include <functional>
 
 #include <QAction>
@@ -363,6 +364,25 @@ TEST_F(WorkbenchTest, NonNumberCellIsMarkedAndRefused) {
   QTest::mouseClick(ed->OKButton, Qt::LeftButton);
   EXPECT_EQ(main->miEditor(1), ed);
   EXPECT_EQ(dialogs.shown.size(), 3u);
+}
+
+TEST_F(WorkbenchTest, AFileErrorOnSavingIsReportedAndTheEditorStays) {
+  ScriptedDialogs dialogs;
+  startWith("alpha");
+  doubleClickRow(rowOf("Pulse"));
+  DefaultMI* ed = main->miEditor(1);
+  ASSERT_NE(ed, nullptr);
+  ed->DescriptionText->setText("nowhere to go");
+  std::filesystem::remove_all(dir.path() + "MI/alpha");  // the set's directory is gone
+  dialogs.answer(Answer::OK);
+  QTest::mouseClick(ed->OKButton, Qt::LeftButton);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
+  EXPECT_EQ(dialogs.shown[0].text.rfind("Path not found", 0), 0u);
+  EXPECT_NE(dialogs.shown[0].text.find(", errorcode: 76"), std::string::npos);
+  EXPECT_EQ(main->miEditor(1), ed);  // still open, the edits still shown
+  EXPECT_TRUE(ed->changed());
+  EXPECT_TRUE(ws.MIEditorOpen(1));
 }
 
 TEST_F(WorkbenchTest, ClosingAChangedEditorAsksAndCancelKeepsIt) {

@@ -12,9 +12,11 @@
 #include <QTableWidget>
 #include <QVBoxLayout>
 
+#include "miset/miset_ui.h"
 #include "platform/dialogs.h"
 #include "platform/gui/qt_text.h"
 #include "platform/gui/twips.h"
+#include "workspace/errors.h"
 #include "workspace/numbers.h"
 
 namespace orvex {
@@ -228,7 +230,14 @@ bool DefaultMI::collect(MIEdit& e) {
 bool DefaultMI::save() {
   MIEdit e;
   if (!collect(e)) return false;
-  if (!StoreMIEdit(ws_, miSlot_, e)) return false;
+  // Called from button clicks and the close event: a file error is reported here and keeps
+  // the editor open, it must not travel on into the event loop.
+  try {
+    if (!StoreMIEdit(ws_, miSlot_, e)) return false;
+  } catch (const RuntimeError& error) {
+    ReportRuntimeError(error);
+    return false;
+  }
   ws_.NotifyMIListChanged();
   changed_ = false;
   updateCaption();
