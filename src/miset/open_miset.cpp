@@ -1,5 +1,6 @@
 #include "miset/open_miset.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "mi/initialize.h"
@@ -52,6 +53,10 @@ std::vector<std::string> ListMISets(const Workspace& ws) {
   std::vector<std::string> names;
   for (const std::string& n : ListDirectories(MISetContainer(ws)))
     if (n != "." && n != "..") names.push_back(n);
+  // Directory order is arbitrary on most file systems; the chooser lists the sets by name
+  // without regard to case, and its first row is the one preselected at start-up.
+  std::stable_sort(names.begin(), names.end(),
+                   [](const std::string& a, const std::string& b) { return Upper(a) < Upper(b); });
   return names;
 }
 

@@ -20,7 +20,7 @@ bool RefuseWhileProgramRuns(const Workspace& ws);
 bool CloseAllMIEditors(Workspace& ws, MISetUi& ui);
 
 // The set directories the chooser lists: the directories of the MI container, "." and ".."
-// left out, in directory order.
+// left out, in name order without regard to case.
 std::vector<std::string> ListMISets(const Workspace& ws);
 // The chooser's rule: a chosen row becomes MISetPath; Cancel (nullopt) keeps the open set,
 // or takes the row `selected` while no set is open yet. Returns false when nothing was set.

@@ -119,6 +119,18 @@ TEST_F(OpenMISetTest, ChooserListsDirectoriesOnlyAndCancelKeepsASetOpen) {
   EXPECT_EQ(rowTexts().size(), 2u);
 }
 
+TEST_F(OpenMISetTest, ChooserListsTheSetsInNameOrderAndPreselectsTheFirst) {
+  for (const char* name : {"delta", "Alpha", "charlie", "bravo", "Echo", "foxtrot"})
+    put(name, "qubits.dat", " 2 \r\n");
+  ScriptedDialogs dialogs;
+  ui.choice = std::nullopt;  // cancelled at start-up: the preselected row is opened
+  OpenMISet(ws, ui);
+  EXPECT_EQ(ui.offered,
+            (std::vector<std::string>{"Alpha", "bravo", "charlie", "delta", "Echo", "foxtrot"}));
+  EXPECT_EQ(ui.offeredPreselected, 0);
+  EXPECT_EQ(ws.MIList.Caption, "Set: Alpha");
+}
+
 TEST_F(OpenMISetTest, OpenEditorsAreAskedAboutAndClosedOrTheOpeningStops) {
   put("demo", "A.MI", MIText("A"));
   ScriptedDialogs dialogs;
