@@ -34,6 +34,10 @@ int EnsureInitializeMI(Workspace& ws) {
   MicroInstruction& mi = ws.MITable(slot);
   mi.ClearData();
   mi.InUse = true;
+  // The slot may be one whose MI was deleted while open in an editor: it must not pass for
+  // open, or the list would only beep at it.
+  mi.IsOpen = false;
+  mi.IsNew = false;
   mi.Name = "Initialize.mi";
   mi.Description = "All qubits |0>";
   mi.CheckNorm = false;

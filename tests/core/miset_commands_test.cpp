@@ -1,6 +1,8 @@
 // The MI list's commands: new, copy, delete, sort, open, and the editor's store-and-close.
 #include "core/miset_fixture.h"
 
+#include <algorithm>
+
 #include "mi/mi_file.h"
 #include "miset/mi_commands.h"
 #include "miset/mi_editing.h"
@@ -129,6 +131,27 @@ TEST_F(MICommandsTest, DeletingANeverSavedMITouchesNoFile) {
   // The editor that showed it learns that its record is gone.
   ASSERT_FALSE(ui.lastMove.empty());
   EXPECT_EQ(ui.lastMove[ui.opened.back().first], 0);
+}
+
+TEST_F(MICommandsTest, ASlotDeletedWhileOpenDoesNotLeaveTheNextSetsInitialisationMIOpen) {
+  ScriptedDialogs dialogs;
+  const int n = NewMI(ws, ui);  // the last slot, open in editor 1
+  dialogs.answer(Answer::Yes);
+  ASSERT_TRUE(DeleteMI(ws, ui));
+  ReleaseMIEditor(ws, 1, 0);  // what the editor of a deleted MI does as it closes
+
+  // A set whose MIs fill the slots below n and that lacks an initialisation MI.
+  for (int k = 1; k < n; ++k) put("other", "m" + std::to_string(k) + ".MI", MIText("m"));
+  const std::vector<std::string> sets = ListMISets(ws);
+  ui.choice = static_cast<int>(std::find(sets.begin(), sets.end(), "other") - sets.begin());
+  OpenMISet(ws, ui);
+  ASSERT_EQ(ws.MIList.Caption, "Set: other");
+  const int init = SlotOfRow(ws, rowOf("Initialize"));
+  ASSERT_EQ(init, n);
+  ui.opened.clear();
+  OpenMIListEntry(ws, ui, rowOf("Initialize"));
+  EXPECT_EQ(dialogs.beeps, 0);
+  EXPECT_EQ(ui.opened, (std::vector<std::pair<int, int>>{{init, 1}}));
 }
 
 TEST_F(MICommandsTest, SortListsNewRowsInNameOrder) {
