@@ -43,7 +43,12 @@ int AddQuantumProgram(Workspace& ws, MISetUi& ui) {
   mi.IsNew = false;
   mi.Description = "Run: " + relative;
   mi.Name = NameWithoutExtension(FileNameOf(relative)) + ".MP";
-  WriteMPFile(ws.MISetPath + mi.Name, mi);
+  try {
+    WriteMPFile(ws.MISetPath + mi.Name, mi);
+  } catch (...) {
+    mi.InUse = false;  // no entry without its file
+    throw;
+  }
   AddMIListRow(ws, n);
   const std::vector<int> moved = RefreshMIList(ws);
   ui.miSlotsMoved(moved);

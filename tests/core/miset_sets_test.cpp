@@ -1,6 +1,8 @@
 // Whole sets: the name check, creating, copying, the number of qubits and callable programs.
 #include "core/miset_fixture.h"
 
+#include <filesystem>
+
 #include "mi/mi_file.h"
 #include "miset/add_program.h"
 #include "miset/mi_list.h"
@@ -266,6 +268,17 @@ TEST_F(SetCommandsTest, AnEntryNamingItsProgramWithBackslashesCountsAsAdded) {
   EXPECT_EQ(AddQuantumProgram(ws, ui), 0);
   EXPECT_EQ(dialogs.messages(), std::vector<std::string>{"This program has already been added."});
   EXPECT_EQ(dir.read("MI/demo/b.MP"), "@progs\\b.kvp\r\n");
+}
+
+TEST_F(SetCommandsTest, AnEntryWhoseFileCannotBeWrittenIsNotKept) {
+  ScriptedDialogs dialogs;
+  dir.write("progs/c.kvp", "!Quantum program c\r\n");
+  std::filesystem::remove_all(dir.path() + "MI/demo");
+  dialogs.file(dir.path() + "progs/c.kvp");
+  EXPECT_THROW(AddQuantumProgram(ws, ui), RuntimeError);
+  RefreshMIList(ws);
+  EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "A", "INITIALIZE"}));
+  EXPECT_EQ(ws.MICount, 2);
 }
 
 } // namespace
