@@ -74,6 +74,26 @@ std::string ProgramFilePath(const Workspace& ws, const std::string& name) {
   return dir + FileNameOf(name);
 }
 
+// Writes the program of `slot`, whose name is settled, to `target`. The directory of a new
+// file is created first; when that fails the program becomes unnamed ("New") again, so that
+// the next save asks for a name.
+bool WriteNamedProgram(Workspace& ws, ProgramUi& ui, int slot, const std::string& target) {
+  ProgramSlot& program = ws.Program(slot);
+  const std::string directory = DirectoryOf(target);
+  if (!FileExists(target) && !directory.empty() && !DirectoryExists(directory) &&
+      !EnsureDirectory(directory)) {
+    platform::MsgBox("Failed to create (sub)directory!", platform::Icon::Critical);
+    program.Name = "New";
+    ui.programChanged(slot);
+    return false;
+  }
+  program.Caption = CaptionOf(program.Name);
+  WriteProgramFile(target, program.Name, program.Rows);
+  program.Changed = false;
+  ui.programChanged(slot);
+  return true;
+}
+
 } // namespace
 
 int NewProgram(Workspace& ws, ProgramUi& ui) {
@@ -136,20 +156,7 @@ bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask) {
     program.Name = name;
   }
   // The stored name is lower case; a file chosen in the dialog keeps the case it was given.
-  const std::string target = chosen ? *chosen : ProgramFilePath(ws, program.Name);
-  const std::string directory = DirectoryOf(target);
-  if (!FileExists(target) && !directory.empty() && !DirectoryExists(directory) &&
-      !EnsureDirectory(directory)) {
-    platform::MsgBox("Failed to create (sub)directory!", platform::Icon::Critical);
-    program.Name = "New";
-    ui.programChanged(slot);
-    return false;
-  }
-  program.Caption = CaptionOf(program.Name);
-  WriteProgramFile(target, program.Name, program.Rows);
-  program.Changed = false;
-  ui.programChanged(slot);
-  return true;
+  return WriteNamedProgram(ws, ui, slot, chosen ? *chosen : ProgramFilePath(ws, program.Name));
 }
 
 bool SaveProgramAs(Workspace& ws, ProgramUi& ui, int slot) {
@@ -161,19 +168,8 @@ bool SaveProgramAs(Workspace& ws, ProgramUi& ui, int slot) {
     platform::MsgBox("Cannot save to an open program", platform::Icon::Critical);
     return false;
   }
-  ProgramSlot& program = ws.Program(slot);
-  const std::string directory = DirectoryOf(*chosen);
-  if (!FileExists(*chosen) && !directory.empty() && !DirectoryExists(directory) &&
-      !EnsureDirectory(directory)) {
-    platform::MsgBox("Failed to create (sub)directory!", platform::Icon::Critical);
-    return false;
-  }
-  program.Name = name;
-  program.Caption = CaptionOf(name);
-  WriteProgramFile(*chosen, program.Name, program.Rows);
-  program.Changed = false;
-  ui.programChanged(slot);
-  return true;
+  ws.Program(slot).Name = name;
+  return WriteNamedProgram(ws, ui, slot, *chosen);
 }
 
 void SaveAllPrograms(Workspace& ws, ProgramUi& ui) {

@@ -36,7 +36,8 @@ void ReadProgramFile(Workspace& ws, const std::string& path, int slot);
 bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask = false);
 
 // The menu's "Save program as": asks for a name; a file that is open as another program is
-// refused with "Cannot save to an open program". True when written.
+// refused with "Cannot save to an open program". The program then carries the new name; a
+// new directory that cannot be made leaves it "New", as SaveProgram does. True when written.
 bool SaveProgramAs(Workspace& ws, ProgramUi& ui, int slot);
 
 // Saves every MI of the set, then every program in use whose editor is visible, in slot order.

@@ -117,6 +117,15 @@ TEST_F(ProgramTableTest, RefusedDirectoryMakesTheProgramUnnamedAgain) {
   dialogs.answer(Answer::Yes);
   EXPECT_TRUE(SaveProgram(ws, ui, 1));
   EXPECT_EQ(dir.read("fresh/x.kvp"), "!Quantum program fresh/x.kvp\r\n");
+
+  // Save as into a directory the user does not let us make: unnamed again as well.
+  dialogs.file(dir.path() + "other/y.kvp");
+  dialogs.answer(Answer::No);
+  dialogs.answer(Answer::OK);
+  EXPECT_FALSE(SaveProgramAs(ws, ui, 1));
+  EXPECT_EQ(dialogs.messages().back(), "Failed to create (sub)directory!");
+  EXPECT_EQ(ws.Program(1).Name, "New");
+  EXPECT_FALSE(dir.exists("other"));
 }
 
 TEST_F(ProgramTableTest, OpeningReadsEveryLineForm) {
