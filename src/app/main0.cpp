@@ -1,5 +1,7 @@
 #include "app/main0.h"
 
+#include <exception>
+
 #include <QAction>
 #include <QActionGroup>
 #include <QCloseEvent>
@@ -228,6 +230,9 @@ void Main0::runCommand(const std::function<void()>& command) {
     command();
   } catch (const RuntimeError& e) {
     ReportRuntimeError(e);
+  } catch (const std::exception& e) {
+    // Nothing may reach Qt's event loop: any other failure ends in a critical box as well.
+    platform::MsgBox(e.what(), platform::Icon::Critical);
   }
   if (miList_) miList_->render();
 }

@@ -6,6 +6,7 @@
 #include <QDropEvent>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMimeData>
 #include <QToolBar>
 
@@ -489,6 +490,21 @@ TEST_F(ProgramEditorTest, ACallableProgramOpensInAnEditorFromTheMIList) {
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text, "This program has already been opened.");
   EXPECT_EQ(workbench->editor(3), nullptr);
+}
+
+TEST_F(ProgramEditorTest, AFailureInsideTheNewMISetButtonEndsInABoxNotInTheEventLoop) {
+  ScriptedDialogs dialogs;
+  main->unloadQubitWindow = [] { throw std::runtime_error("the qubit window is stuck"); };
+  WhenModalShown<GetDirName>([](GetDirName* d) {
+    d->Text1->setText("fresh");
+    QTest::mouseClick(d->OK, Qt::LeftButton);
+  });
+  dialogs.answer(Answer::Yes);  // "Create (sub)directory?"
+  dialogs.answer(Answer::OK);
+  main->action("ToolNewMISet")->trigger();
+  ASSERT_EQ(dialogs.messages().size(), 2u);
+  EXPECT_EQ(dialogs.messages()[1], "the qubit window is stuck");
+  EXPECT_EQ(dialogs.shown[1].icon, Icon::Critical);
 }
 
 } // namespace
