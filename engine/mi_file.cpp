@@ -38,25 +38,6 @@ namespace {
 
 enum class Block { None, Pairs, Spin, FieldSteps, TimeStep, Intermediate, About, Seed };
 
-std::vector<std::string> SplitLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::string cur;
-  for (char c : text) {
-    if (c == '\n') {
-      if (!cur.empty() && cur.back() == '\r') cur.pop_back();
-      lines.push_back(cur);
-      cur.clear();
-    } else {
-      cur += c;
-    }
-  }
-  if (!cur.empty()) {
-    if (cur.back() == '\r') cur.pop_back();
-    lines.push_back(cur);
-  }
-  return lines;
-}
-
 std::string Quote(std::string_view s) {
   std::string q(1, '"');
   q.append(Trim(s));

@@ -23,6 +23,19 @@ std::string Upper(std::string_view s) {
   return u;
 }
 
+std::vector<std::string> SplitLines(std::string_view text) {
+  std::vector<std::string> lines;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\r' && text[i] != '\n') continue;
+    lines.emplace_back(text.substr(start, i - start));
+    if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') ++i;
+    start = i + 1;
+  }
+  if (start < text.size()) lines.emplace_back(text.substr(start));
+  return lines;
+}
+
 bool ScanNumber(std::string_view text, std::size_t& pos, double& value) {
   std::size_t i = pos;
   while (i < text.size() && (text[i] == ' ' || text[i] == '\t')) ++i;

@@ -38,17 +38,6 @@ bool EndsWithNoCase(const std::string& s, const std::string& suffix) {
          Lower(s.substr(s.size() - suffix.size())) == Lower(suffix);
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  std::string line;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    lines.push_back(line);
-  }
-  return lines;
-}
-
 fs::path Canonical(const fs::path& p) {
   std::error_code ec;
   fs::path c = fs::weakly_canonical(p, ec);
@@ -98,7 +87,7 @@ std::optional<fs::path> ResolveName(const fs::path& dir, const std::string& name
 
 std::vector<ProgramEntry> ParseProgramLines(const std::string& text) {
   std::vector<ProgramEntry> entries;
-  const auto lines = Lines(text);
+  const auto lines = SplitLines(text);
   for (std::size_t n = 0; n < lines.size(); ++n) {
     const std::string& line = lines[n];
     const int lineNo = static_cast<int>(n) + 1;
@@ -166,7 +155,7 @@ EngineError ProgramTree::ResolveCall(const ProgramFile& caller, const ProgramEnt
   // application directory, which is the run directory or one of its ancestors.
   std::string text;
   if (!ReadFile(*file, text)) return where("cannot read " + entry.text);
-  const auto lines = Lines(text);
+  const auto lines = SplitLines(text);
   const std::string first = lines.empty() ? std::string() : lines[0];
   const std::size_t at = first.find('@');
   if (at == std::string::npos)

@@ -162,6 +162,25 @@ TEST_F(Protocol, NestedProgramsThroughRedirectsResolvedInAncestors) {
   ASSERT_EQ(chdir(app.dir().path().c_str()), 0);
 }
 
+TEST_F(Protocol, FilesWithLfOrLoneCrLineEnds) {
+  auto ends = [](std::string text, const std::string& end) {
+    for (std::size_t p = 0; (p = text.find("\r\n", p)) != std::string::npos; p += end.size())
+      text.replace(p, 2, end);
+    return text;
+  };
+  dir.write("cr.MI", ends(RotX(kPi / 2).Text(), "\r"));
+  dir.write("lf.MI", ends(RotX(kPi / 2).Text(), "\n"));
+  dir.write("inner.kvp", "!Quantum program inner.kvp\n@lf.MI\n!BREAKPOINT\n");
+  dir.write("inner.MP", "@inner.kvp\r");
+  dir.write("test.kvp", "!Quantum program test.kvp\r@INITIALIZE.MI\r@cr.MI\r@inner.MP\r");
+  CallArgs a = StartArgs("test.kvp");
+  sim.Call(a);
+  ASSERT_EQ(a.status, 0) << dir.read("kv1dll.log");
+  EXPECT_EQ(a.progress, 1);  // the breakpoint of the LF file
+  EXPECT_NEAR(a.z[0], 1.0, 1e-12);
+  EXPECT_EQ(Count(dir.read("kv1dll.log"), "\nMI "), 3);
+}
+
 TEST_F(Protocol, LongRunsReturnEarlyAndResume) {
   // The field has an "oscillating" part of frequency 0 (sin(pi/2) = 1, so pi in all): no
   // merging of factors, every intermediate step costs its own work.
