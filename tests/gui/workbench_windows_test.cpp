@@ -385,6 +385,33 @@ TEST_F(WorkbenchTest, AFileErrorOnSavingIsReportedAndTheEditorStays) {
   EXPECT_TRUE(ws.MIEditorOpen(1));
 }
 
+TEST_F(WorkbenchTest, Latin1NamesKeepTheirBytesThroughTheEditorAndADrag) {
+  ScriptedDialogs dialogs;
+  dir.write("MI/alpha/caf\xE9.MI", MIFile("d\xE9j\xE0 vu"));
+  startWith("alpha");
+  const int row = rowOf("caf\xC3\xA9");  // shown decoded from Latin-1
+  ASSERT_NE(row, -1);
+
+  // A drag carries the name as the file spells it, for the program to name the file.
+  std::unique_ptr<QMimeData> data(list().Micro->model()->mimeData({list().Micro->model()->index(row, 0)}));
+  const auto dragged = DecodeMIRow(data.get());
+  ASSERT_TRUE(dragged);
+  EXPECT_EQ(dragged->Text, "caf\xE9");
+
+  // Saved after a change elsewhere: the same file, the description's bytes unchanged.
+  doubleClickRow(row);
+  DefaultMI* ed = main->miEditor(1);
+  ASSERT_NE(ed, nullptr);
+  ed->MainStepsText->setText("7");
+  QTest::mouseClick(ed->OKButton, Qt::LeftButton);
+  EXPECT_TRUE(dialogs.shown.empty());
+  EXPECT_EQ(ListFiles(dir.path() + "MI/alpha", ".MI").size(), 3u);
+  MicroInstruction back;
+  ReadMI(dir.path() + "MI/alpha/caf\xE9.MI", back);
+  EXPECT_EQ(back.FieldSteps, 7);
+  EXPECT_EQ(back.Description, "d\xE9j\xE0 vu");
+}
+
 TEST_F(WorkbenchTest, ClosingAChangedEditorAsksAndCancelKeepsIt) {
   ScriptedDialogs dialogs;
   startWith("alpha");

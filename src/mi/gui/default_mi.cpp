@@ -166,8 +166,10 @@ void DefaultMI::updateCaption() {
 
 bool DefaultMI::collect(MIEdit& e) {
   e = LoadMIEdit(ws_, miSlot_, qubits_);
-  e.Name = platform::ToBytes(NameText->text());
-  e.Description = platform::ToBytes(DescriptionText->text());
+  // A name or description the user left as shown keeps its bytes (they need not be UTF-8).
+  if (NameText->text() != platform::FromBytes(e.Name)) e.Name = platform::ToBytes(NameText->text());
+  if (DescriptionText->text() != platform::FromBytes(e.Description))
+    e.Description = platform::ToBytes(DescriptionText->text());
   e.TimeStepInPi = TimeInPi->isChecked();
   e.CheckNorm = CheckNorm->isChecked();
   e.InitialState = static_cast<std::int16_t>(Combo1->currentIndex());

@@ -19,6 +19,11 @@
 
 namespace orvex {
 
+namespace {
+// Item data: the row's text as bytes (the shown text may have been decoded from Latin-1).
+constexpr int kRowBytesRole = Qt::UserRole + 2;
+} // namespace
+
 MIListView::MIListView(QWidget* parent) : QListWidget(parent) {
   setObjectName(QStringLiteral("Micro"));
   setSelectionMode(QAbstractItemView::SingleSelection);
@@ -52,8 +57,10 @@ QStringList MIListView::mimeTypes() const { return {QString::fromLatin1(kMIRowMi
 QMimeData* MIListView::mimeData(const QList<QListWidgetItem*>& items) const {
   if (items.isEmpty()) return nullptr;
   const QListWidgetItem* item = items.first();
+  // The row's text as the workspace holds it, not as shown: the program names the MI file.
   MIListRow row{item->data(Qt::UserRole).toString().toStdString(),
-                platform::ToBytes(item->text()), item->data(Qt::UserRole + 1).toInt()};
+                item->data(kRowBytesRole).toByteArray().toStdString(),
+                item->data(Qt::UserRole + 1).toInt()};
   return EncodeMIRow(row);
 }
 
@@ -133,6 +140,8 @@ void MIList::render() {
     }
     const QString text = platform::FromBytes(row.Text);
     if (item->text() != text) item->setText(text);
+    const QByteArray bytes(row.Text.data(), static_cast<qsizetype>(row.Text.size()));
+    if (item->data(kRowBytesRole).toByteArray() != bytes) item->setData(kRowBytesRole, bytes);
     if (item->data(Qt::UserRole).toString().toStdString() != row.Key || item->data(Qt::UserRole + 1).toInt() != row.Icon) {
       item->setData(Qt::UserRole, QString::fromStdString(row.Key));
       item->setData(Qt::UserRole + 1, row.Icon);

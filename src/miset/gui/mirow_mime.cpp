@@ -1,23 +1,29 @@
 #include "miset/gui/mirow_mime.h"
 
 #include <QMimeData>
-#include <QStringList>
+#include <QList>
+
+#include "platform/gui/qt_text.h"
 
 namespace orvex {
 
 QMimeData* EncodeMIRow(const MIListRow& row) {
   auto* data = new QMimeData;
-  const QString payload = QString::fromStdString(row.Key) + QChar('\n') +
-                          QString::fromStdString(row.Text) + QChar('\n') + QString::number(row.Icon);
-  data->setData(QString::fromLatin1(kMIRowMimeType), payload.toUtf8());
-  data->setText(QString::fromStdString(row.Text));
+  // The text goes as the bytes it has: a name read from disk need not be UTF-8.
+  QByteArray payload(row.Key.data(), static_cast<qsizetype>(row.Key.size()));
+  payload += '\n';
+  payload.append(row.Text.data(), static_cast<qsizetype>(row.Text.size()));
+  payload += '\n';
+  payload += QByteArray::number(row.Icon);
+  data->setData(QString::fromLatin1(kMIRowMimeType), payload);
+  data->setText(platform::FromBytes(row.Text));
   return data;
 }
 
 std::optional<MIListRow> DecodeMIRow(const QMimeData* data) {
   const QString type = QString::fromLatin1(kMIRowMimeType);
   if (!data || !data->hasFormat(type)) return std::nullopt;
-  const QStringList parts = QString::fromUtf8(data->data(type)).split(QChar('\n'));
+  const QList<QByteArray> parts = data->data(type).split('\n');
   if (parts.size() != 3) return std::nullopt;
   bool ok = false;
   const int icon = parts[2].toInt(&ok);

@@ -1,9 +1,10 @@
 // The drag format of MI list rows, read by the program editors when a row is dropped.
 //
-// MIME type "application/x-orvex-mirow"; the payload is UTF-8 text of three fields separated
-// by a line feed: the row's key ("MI" + slot, "" for the breakpoint row), its text (the name
-// without extension) and its icon number (1 MI, 2 breakpoint, 19 callable program) in
-// decimal. Example: "MI3\nPulse\n1". A key or text never holds a line feed.
+// MIME type "application/x-orvex-mirow"; the payload is three fields separated by a line
+// feed: the row's key ("MI" + slot, "" for the breakpoint row), its text (the name without
+// extension, as the bytes the workspace holds) and its icon number (1 MI, 2 breakpoint, 19
+// callable program) in decimal. Example: "MI3\nPulse\n1". A key or text never holds a line
+// feed.
 #pragma once
 
 #include <optional>
