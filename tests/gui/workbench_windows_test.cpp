@@ -482,7 +482,7 @@ TEST_F(WorkbenchTest, SetWindowsNewSetAndQubitCount) {
   startWith("beta");
 
   // New MI set: an illegal name keeps the prompt open, a good one creates the set.
-  dialogs.answer(Answer::OK);   // Illegal directory name
+  for (int i = 0; i < 4; ++i) dialogs.answer(Answer::OK);  // Illegal directory name
   dialogs.answer(Answer::Yes);  // Create (sub)directory?
   QString caption;
   WhenModal<GetDirName>([&](GetDirName* d) {
@@ -490,12 +490,20 @@ TEST_F(WorkbenchTest, SetWindowsNewSetAndQubitCount) {
     d->Text1->setText("a.b");
     QTest::mouseClick(d->OK, Qt::LeftButton);
     EXPECT_TRUE(d->isVisible());
+    // The non-ASCII characters of the list are caught as typed, whatever their encoding.
+    for (const char* typed : {"pound \xC2\xA3", "not \xC2\xAC", "bar \xC2\xA6"}) {
+      d->Text1->setText(QString::fromUtf8(typed));
+      QTest::mouseClick(d->OK, Qt::LeftButton);
+      EXPECT_TRUE(d->isVisible()) << typed;
+    }
     d->Text1->setText("my set");
     QTest::mouseClick(d->OK, Qt::LeftButton);
   });
   main->action("ToolNewMISet")->trigger();
   EXPECT_EQ(caption, "New MI set");
-  EXPECT_EQ(dialogs.messages(), (std::vector<std::string>{"Illegal directory name", "Create (sub)directory?"}));
+  EXPECT_EQ(dialogs.messages(), (std::vector<std::string>{"Illegal directory name", "Illegal directory name",
+                                                          "Illegal directory name", "Illegal directory name",
+                                                          "Create (sub)directory?"}));
   EXPECT_EQ(list().windowTitle(), "Set: my set");
   EXPECT_TRUE(dir.exists("MI/my set/qubits.dat"));
 
