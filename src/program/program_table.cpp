@@ -286,8 +286,10 @@ bool EditorKey(Workspace& ws, ProgramUi& ui, int slot, int keyCode, bool ctrl, i
 
 void ClearProgram(Workspace& ws, int slot) {
   ProgramSlot& program = ws.Program(slot);
-  if (ws.RunningProgram != -1) return;
+  if (ws.RunningProgram != -1 || program.Rows.empty()) return;
   while (!program.Rows.empty()) program.Rows.erase(program.Rows.begin());
+  // An edit like any other: the next Start saves the empty program, closing asks first.
+  program.Changed = true;
 }
 
 bool DropMIListEntry(Workspace& ws, int slot, int targetRow, const MIListRow& entry) {

@@ -78,7 +78,7 @@ void RemoveMIButton(Workspace& ws, ProgramUi& ui, int slot, int selectedRow);
 inline constexpr int kKeyDelete = 46, kKeyD = 68, kKeyS = 83;
 bool EditorKey(Workspace& ws, ProgramUi& ui, int slot, int keyCode, bool ctrl, int selectedRow);
 // "Clear program": every row removed, one at a time from the top, the "Start" row included;
-// no question. Does nothing while a program runs.
+// no question; the program is marked changed. Does nothing while a program runs.
 void ClearProgram(Workspace& ws, int slot);
 // A drop of an MI list entry on row `targetRow` (-1: no row under the cursor, append at the
 // end): a row is inserted directly below it. The breakpoint entry (empty key or breakpoint

@@ -260,10 +260,14 @@ TEST_F(ProgramTableTest, RemovingRowsNeverTakesTheStartRow) {
   RemoveMIButton(ws, ui, 1, 0);
   EXPECT_EQ(p.Rows.size(), 2u);
 
-  ClearProgram(ws, 1);  // every row, "Start" included
+  p.Changed = false;
+  ClearProgram(ws, 1);  // every row, "Start" included: an edit to be saved
   EXPECT_TRUE(p.Rows.empty());
+  EXPECT_TRUE(p.Changed);
+  p.Changed = false;
   ClearProgram(ws, 1);
   EXPECT_TRUE(p.Rows.empty());
+  EXPECT_FALSE(p.Changed);
 }
 
 TEST_F(ProgramTableTest, DroppingEntriesFromTheMIList) {
