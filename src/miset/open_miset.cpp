@@ -64,7 +64,8 @@ bool ApplySetChoice(Workspace& ws, const std::vector<std::string>& names,
                     std::optional<int> choice, int selected) {
   int row = -1;
   if (choice) row = *choice;
-  else if (ws.MISetPath.empty()) row = selected;  // a set must be open after start-up
+  // A set must be open after start-up: the row selected then, or the first when none is.
+  else if (ws.MISetPath.empty()) row = selected >= 0 ? selected : 0;
   if (row < 0 || row >= static_cast<int>(names.size())) return false;
   ws.MISetPath = MISetContainer(ws) + names[row] + "/";
   return true;

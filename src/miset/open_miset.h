@@ -23,7 +23,8 @@ bool CloseAllMIEditors(Workspace& ws, MISetUi& ui);
 // left out, in name order without regard to case.
 std::vector<std::string> ListMISets(const Workspace& ws);
 // The chooser's rule: a chosen row becomes MISetPath; Cancel (nullopt) keeps the open set,
-// or takes the row `selected` while no set is open yet. Returns false when nothing was set.
+// or takes the row `selected` (the first row when none is) while no set is open yet. Returns
+// false when nothing was set.
 bool ApplySetChoice(Workspace& ws, const std::vector<std::string>& names,
                     std::optional<int> choice, int selected);
 

@@ -129,6 +129,15 @@ TEST_F(OpenMISetTest, ChooserListsTheSetsInNameOrderAndPreselectsTheFirst) {
             (std::vector<std::string>{"Alpha", "bravo", "charlie", "delta", "Echo", "foxtrot"}));
   EXPECT_EQ(ui.offeredPreselected, 0);
   EXPECT_EQ(ws.MIList.Caption, "Set: Alpha");
+
+  // Even with no row left selected, start-up does not end without a set.
+  Workspace fresh;
+  fresh.AppDir = dir.path();
+  ui.ws = &fresh;
+  ui.selectOnClose = -1;
+  OpenMISet(fresh, ui);
+  EXPECT_EQ(fresh.MIList.Caption, "Set: Alpha");
+  EXPECT_EQ(fresh.MISetPath, dir.path() + "MI/Alpha/");
 }
 
 TEST_F(OpenMISetTest, OpenEditorsAreAskedAboutAndClosedOrTheOpeningStops) {
