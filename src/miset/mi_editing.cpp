@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 
 #include "mi/mi_file.h"
 #include "platform/dialogs.h"
 #include "workspace/numbers.h"
+#include "workspace/paths.h"
 
 namespace orvex {
 
@@ -110,6 +112,23 @@ MIEdit LoadMIEdit(const Workspace& ws, int n, int qubits) {
   return e;
 }
 
+namespace {
+
+// After an MI was saved under a new name, its file under the old name goes, unless another MI
+// of the set still has that name (then the file is that MI's). A name that differs only in
+// letter case names the same file, which the save has replaced already.
+void RemoveRenamedMIFile(const Workspace& ws, int n, const std::string& previousName) {
+  if (previousName.empty() || Upper(previousName) == Upper(ws.MITable(n).Name)) return;
+  for (int k = 1; k <= ws.MICount; ++k)
+    if (k != n && ws.MITable(k).InUse && Upper(ws.MITable(k).Name) == Upper(previousName)) return;
+  if (auto old = FindPath(ws.MISetPath, previousName)) {
+    std::error_code ec;
+    std::filesystem::remove(*old, ec);  // a file that cannot be removed only stays behind
+  }
+}
+
+} // namespace
+
 bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
   if (!CheckMIName(edit.Name)) return false;
   MicroInstruction& mi = ws.MITable(n);
@@ -121,6 +140,7 @@ bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
                      Icon::Critical, Buttons::OK);
     return false;
   }
+  const std::string previousName = mi.Name;
   mi.Name = name;
   mi.Description = edit.Description;
   mi.TimeStep = edit.TimeStep;
@@ -141,7 +161,9 @@ bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
     if (pairs[p].second > ws.NumberOfQubits) continue;
     for (int c = 0; c < 3; ++c) mi.J(pairs[p].first, pairs[p].second, c) = edit.J[p][c];
   }
-  return SaveMI(ws, n);
+  if (!SaveMI(ws, n)) return false;
+  RemoveRenamedMIFile(ws, n, previousName);
+  return true;
 }
 
 void ReleaseMIEditor(Workspace& ws, int editorSlot, int n) {

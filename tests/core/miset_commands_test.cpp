@@ -214,6 +214,37 @@ TEST_F(MICommandsTest, StoredEditsAreSavedAndReadBackIntact) {
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
+TEST_F(MICommandsTest, RenamingAnMIInTheEditorMovesItsFile) {
+  ScriptedDialogs dialogs;
+  const int n = NewMI(ws, ui);
+  MIEdit e = LoadMIEdit(ws, n);
+  e.Name = "Pulse";
+  ASSERT_TRUE(StoreMIEdit(ws, n, e));
+  ASSERT_TRUE(FileExists(ws.MISetPath + "Pulse.MI"));
+
+  e.Name = "Kick";
+  ASSERT_TRUE(StoreMIEdit(ws, n, e));
+  EXPECT_TRUE(FileExists(ws.MISetPath + "Kick.MI"));
+  EXPECT_FALSE(FileExists(ws.MISetPath + "Pulse.MI"));
+
+  // Another MI of the old name keeps its file; a change of letter case keeps the one file.
+  const int other = NewMI(ws, ui);
+  MIEdit o = LoadMIEdit(ws, other);
+  o.Name = "Twin";
+  ASSERT_TRUE(StoreMIEdit(ws, other, o));
+  ws.MITable(n).Name = "Twin.MI";  // two records of one name, as a refused save leaves them
+  e.Name = "Solo";
+  ASSERT_TRUE(StoreMIEdit(ws, n, e));
+  EXPECT_TRUE(FileExists(ws.MISetPath + "Twin.MI"));
+  e.Name = "SOLO";
+  ASSERT_TRUE(StoreMIEdit(ws, n, e));
+  const auto files = ListFiles(ws.MISetPath, ".MI");
+  EXPECT_EQ(std::count_if(files.begin(), files.end(),
+                          [](const std::string& f) { return Upper(f) == "SOLO.MI"; }),
+            1);
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
 TEST_F(MICommandsTest, TimeStepsInUnitsOfTwoPiShowTheUsersFigure) {
   // Read back from the file's value line, .25 and 2.5 carry noise in their 15th digit; the
   // editor shows what the user typed. A plain time step is shown as it stands.
