@@ -172,7 +172,10 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     if (!SaveProgram(ws, ui, slot, false)) return;
   }
   const bool fromIdle = ws.RunningProgram == -1;
-  if (fromIdle) PrepareRunDirectory(ws, slot);
+  if (fromIdle) {
+    if (RefuseAnotherSetsDirectory(ws, slot)) return;
+    PrepareRunDirectory(ws, slot);
+  }
 
   ws.EngineProgramName = EngineProgramNameFor(program.Name);
   for (int q = 1; q <= ws.NumberOfQubits; ++q) {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "platform/dialogs.h"
 #include "program/program_file.h"
 #include "workspace/errors.h"
 #include "workspace/paths.h"
@@ -18,6 +19,10 @@ namespace {
 bool SameDirectory(const std::string& a, const std::string& b) {
   std::error_code ec;
   return !a.empty() && !b.empty() && std::filesystem::equivalent(a, b, ec) && !ec;
+}
+
+bool IsAnotherSetsDirectory(const Workspace& ws, const std::string& dir) {
+  return !SameDirectory(dir, ws.MISetPath) && FileExists(dir + "qubits.dat");
 }
 
 void DeleteCopies(const std::string& runDir) {
@@ -32,6 +37,15 @@ std::string RunDirectoryOf(const Workspace& ws, int slot) {
   if (auto resolved = ResolvePath(dir)) dir = *resolved;
   if (dir.empty() || dir.back() != '/') dir += '/';
   return dir;
+}
+
+bool RefuseAnotherSetsDirectory(const Workspace& ws, int slot) {
+  if (!IsAnotherSetsDirectory(ws, RunDirectoryOf(ws, slot))) return false;
+  platform::MsgBox(std::string("This program is stored in the directory of another MI set.") +
+                       platform::CR + "Running it there would replace that set's micro instructions." +
+                       platform::CR + "Save the program in another directory and try again.",
+                   platform::Icon::Critical);
+  return true;
 }
 
 std::string PrepareRunDirectory(Workspace& ws, int slot) {
@@ -55,7 +69,8 @@ std::string PrepareRunDirectory(Workspace& ws, int slot) {
 
 void ClearRunDirectory(const Workspace& ws, int slot) {
   const std::string runDir = RunDirectoryOf(ws, slot);
-  if (!SameDirectory(runDir, ws.MISetPath)) DeleteCopies(runDir);
+  if (!SameDirectory(runDir, ws.MISetPath) && !IsAnotherSetsDirectory(ws, runDir))
+    DeleteCopies(runDir);
 }
 
 } // namespace orvex

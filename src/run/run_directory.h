@@ -11,6 +11,10 @@ namespace orvex {
 // it exists; ends in "/".
 std::string RunDirectoryOf(const Workspace& ws, int slot);
 
+// True, after a critical message, when the slot's run directory is the directory of an MI set
+// other than the open one (it holds a qubits.dat): preparing it would delete that set's MIs.
+bool RefuseAnotherSetsDirectory(const Workspace& ws, int slot);
+
 // Prepares the run directory of `slot` and makes it the current directory:
 //   1. StepTable cleared;
 //   2. every "*.MI", then every "*.MP" file there deleted (any letter case; errors ignored);
@@ -23,7 +27,7 @@ std::string RunDirectoryOf(const Workspace& ws, int slot);
 std::string PrepareRunDirectory(Workspace& ws, int slot);
 
 // Deletes the "*.MI" and "*.MP" copies in the slot's run directory ("&Update MI"); errors are
-// ignored. Does nothing when the run directory is the set directory.
+// ignored. Does nothing when the run directory is the set directory or another set's.
 void ClearRunDirectory(const Workspace& ws, int slot);
 
 } // namespace orvex

@@ -2,6 +2,8 @@
 // the directory entered.
 #include "run/run_directory.h"
 
+#include "run/run_controller.h"
+
 #include <gtest/gtest.h>
 
 #include "run_fixture.h"
@@ -56,6 +58,27 @@ TEST_F(RunDirectoryTest, TheSetDirectoryItselfLosesNothing) {
   EXPECT_EQ(dir.read("app/MI/demo/loop.MP"), "@progs/loop.kvp\r\n");
   ClearRunDirectory(ws, 1);
   EXPECT_TRUE(dir.exists("app/MI/demo/A.MI"));
+}
+
+TEST_F(RunDirectoryTest, AnotherSetsDirectoryIsNeverEmptied) {
+  dir.write("app/MI/other/qubits.dat", " 3 \r\n");
+  dir.write("app/MI/other/X.MI", "other set's MI");
+  dir.write("app/MI/other/p.kvp", "!Quantum program MI/other/p.kvp\r\n@A.MI\r\n");
+  SetProgram(1, "MI/other/p.kvp", {{"Start", kIconStart}, {"A", kIconMI}});
+  ScriptedDialogs dialogs;
+  dialogs.answer(platform::Answer::OK);
+
+  RunProgram(ws, ui, 1, kModeRun);
+
+  ASSERT_EQ(dialogs.messages().size(), 1u);
+  EXPECT_EQ(dialogs.messages()[0].substr(0, 58),
+            "This program is stored in the directory of another MI set.");
+  EXPECT_EQ(dialogs.shown[0].icon, platform::Icon::Critical);
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(dir.read("app/MI/other/X.MI"), "other set's MI");
+  EXPECT_FALSE(dir.exists("app/MI/other/A.MI"));
+  ClearRunDirectory(ws, 1);
+  EXPECT_TRUE(dir.exists("app/MI/other/X.MI"));
 }
 
 TEST_F(RunDirectoryTest, UpdateMIRemovesTheCopies) {
