@@ -101,26 +101,17 @@ ProgramListView::ProgramListView(DefaultPG& editor, QWidget* parent) : QTreeWidg
 }
 
 void ProgramListView::keyPressEvent(QKeyEvent* event) {
-  // While any program runs, the editors take no keys.
-  if (editor_.running()) {
-    // A modifier on its own is part of the key that follows; that key beeps.
-    const int k = event->key();
-    if (k != Qt::Key_Control && k != Qt::Key_Shift && k != Qt::Key_Alt && k != Qt::Key_Meta) platform::Beep();
-    event->accept();
+  // A modifier on its own is part of the key that follows; the editor ignores it.
+  const int k = event->key();
+  if (k == Qt::Key_Control || k == Qt::Key_Shift || k == Qt::Key_Alt || k == Qt::Key_Meta) {
+    QTreeWidget::keyPressEvent(event);
     return;
   }
+  // The editor's keys (and the beep while a program runs) are the program table's rule.
   const bool ctrl = (event->modifiers() & Qt::ControlModifier) != 0;
-  if (editor_.slot() > 0) {
-    if (event->key() == Qt::Key_Delete || (ctrl && event->key() == Qt::Key_D)) {
-      editor_.removeSelected();
-      event->accept();
-      return;
-    }
-    if (ctrl && event->key() == Qt::Key_S) {
-      editor_.save();
-      event->accept();
-      return;
-    }
+  if (editor_.key(k, ctrl)) {
+    event->accept();
+    return;
   }
   QTreeWidget::keyPressEvent(event);
 }
@@ -421,15 +412,22 @@ void DefaultPG::run(const std::function<void()>& operation) {
   }
 }
 
-void DefaultPG::removeSelected() {
-  if (running()) return;
-  bool removed = false;
+bool DefaultPG::key(int keyCode, bool ctrl) {
+  // Qt's codes of Delete, D and S are not the classic key codes the rule takes.
+  int code = 0;
+  if (keyCode == Qt::Key_Delete) code = kKeyDelete;
+  else if (keyCode == Qt::Key_D) code = kKeyD;
+  else if (keyCode == Qt::Key_S) code = kKeyS;
+  if (code == 0 && !running()) return false;
   const int row = selectedRow();
-  run([&] { removed = RemoveRow(ws_, slot_, row); });
-  if (!removed) return;
-  render();
-  const int rows = PG->topLevelItemCount();
-  if (rows > 0) PG->setCurrentItem(PG->topLevelItem(std::min(row, rows - 1)));
+  bool handled = false;
+  run([&] { handled = EditorKey(ws_, runUi_, slot_, code, ctrl, row); });
+  if (handled && !running()) {
+    render();
+    const int rows = PG->topLevelItemCount();
+    if (rows > 0 && row >= 0) PG->setCurrentItem(PG->topLevelItem(std::min(row, rows - 1)));
+  }
+  return handled;
 }
 
 void DefaultPG::save() {

@@ -74,7 +74,9 @@ public:
   int selectedRow() const;
 
   // The gestures, also reachable from tests.
-  void removeSelected();          // Delete, Ctrl+D
+  // A key on the list (Qt key code): Delete, Ctrl+D, Ctrl+S, and a beep for every key while a
+  // program runs. True when the key was the editor's.
+  bool key(int keyCode, bool ctrl);
   void save();                    // Ctrl+S, "Save program"
   void runButton();               // "Run" ("Stop" while the call loop runs: resets)
   bool dropMIRow(int targetRow, const MIListRow& row);
