@@ -288,23 +288,10 @@ DefaultMI* Main0::openMIEditor(int miSlot, int editorSlot) {
 }
 
 bool Main0::queryClose() {
-  if (ws_.RunningProgram > 0 && resetProgram) resetProgram(ws_.RunningProgram);
   ws_.Closing = true;
-  for (int slot = 1; slot <= kMaxPrograms; ++slot) {
-    const ProgramSlot& p = ws_.Program(slot);
-    if (p.Name.empty() || !p.Changed) continue;
-    const platform::Answer a = platform::MsgBox(
-        "Changes have been made in " + FileNameOf(p.Name) + "." + platform::CR + "Save before closing?",
-        platform::Icon::Exclamation, platform::Buttons::YesNoCancel);
-    if (a == platform::Answer::Cancel) {
-      ws_.Closing = false;
-      return false;
-    }
-    // A save that did not complete keeps the workbench open: nothing is lost.
-    if (a == platform::Answer::Yes && saveProgram && !saveProgram(slot)) {
-      ws_.Closing = false;
-      return false;
-    }
+  if (queryClosePrograms && !queryClosePrograms()) {
+    ws_.Closing = false;
+    return false;
   }
   // MI editors with unsaved edits ask for themselves; Cancel there keeps the workbench open.
   for (int s = 1; s <= kMaxMIEditors; ++s) {

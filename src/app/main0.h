@@ -76,8 +76,9 @@ public:
   bool queryClose();
 
   // Hooks for the parts that own programs and the qubit window; empty hooks do nothing.
-  std::function<void(int slot)> resetProgram;
-  std::function<bool(int slot)> saveProgram;
+  // The programs' share of closing (reset a run, ask about changed programs); false keeps
+  // the workbench open.
+  std::function<bool()> queryClosePrograms;
   std::function<void(const std::string& relativePath)> openCallableProgram;
   std::function<void()> unloadQubitWindow;
   std::function<void()> arrangeWindows;

@@ -201,46 +201,41 @@ int OpenCallableProgram(Workspace& ws, ProgramUi& ui, const std::string& relativ
   return LoadIntoSlot(ws, ui, slot, *path, name);
 }
 
+namespace {
+
+// "Changes have been made in ..." for a changed program: Yes saves, No goes on. False (and
+// Closing cleared) on Cancel or on a save that did not complete, so nothing is lost.
+bool AskToSaveChanges(Workspace& ws, ProgramUi& ui, int slot) {
+  const ProgramSlot& program = ws.Program(slot);
+  if (program.Name.empty() || !program.Changed) return true;
+  const platform::Answer answer = platform::MsgBox(
+      "Changes have been made in " + FileNameOf(program.Name) + "." + CR + "Save before closing?",
+      platform::Icon::Exclamation, platform::Buttons::YesNoCancel);
+  if (answer == platform::Answer::Cancel ||
+      (answer == platform::Answer::Yes && !SaveProgram(ws, ui, slot, false))) {
+    ws.Closing = false;
+    return false;
+  }
+  return true;
+}
+
+} // namespace
+
 bool CloseProgram(Workspace& ws, ProgramUi& ui, int slot) {
-  ProgramSlot& program = ws.Program(slot);
   if (ws.RunningProgram == slot) {
     platform::MsgBox("Cannot close when program is still running", platform::Icon::Critical);
     return false;
   }
-  if (program.Changed) {
-    const platform::Answer answer = platform::MsgBox(
-        "Changes have been made in " + FileNameOf(program.Name) + "." + CR + "Save before closing?",
-        platform::Icon::Exclamation, platform::Buttons::YesNoCancel);
-    if (answer == platform::Answer::Cancel) {
-      ws.Closing = false;
-      return false;
-    }
-    if (answer == platform::Answer::Yes && !SaveProgram(ws, ui, slot, false)) {
-      ws.Closing = false;
-      return false;
-    }
-  }
+  if (!AskToSaveChanges(ws, ui, slot)) return false;
   FreeProgramSlot(ws, slot);
   return true;
 }
 
-bool CloseAllPrograms(Workspace& ws, ProgramUi& ui) {
+bool QueryClosePrograms(Workspace& ws, ProgramUi& ui) {
   if (ws.RunningProgram > 0) ResetProgram(ws, ui, ws.RunningProgram);
   ws.Closing = true;
-  for (int s = 1; s <= kMaxPrograms; ++s) {
-    ProgramSlot& program = ws.Program(s);
-    if (program.Name.empty() || !program.Changed) continue;
-    const platform::Answer answer = platform::MsgBox(
-        "Changes have been made in " + FileNameOf(program.Name) + "." + CR + "Save before closing?",
-        platform::Icon::Exclamation, platform::Buttons::YesNoCancel);
-    const bool cancelled = answer == platform::Answer::Cancel ||
-                           (answer == platform::Answer::Yes && !SaveProgram(ws, ui, s, false));
-    if (cancelled) {
-      ws.Closing = false;
-      return false;
-    }
-  }
-  for (int s = 1; s <= kMaxPrograms; ++s) FreeProgramSlot(ws, s);
+  for (int s = 1; s <= kMaxPrograms; ++s)
+    if (!AskToSaveChanges(ws, ui, s)) return false;
   return true;
 }
 

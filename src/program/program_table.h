@@ -60,9 +60,9 @@ void FreeProgramSlot(Workspace& ws, int slot);
 // The main window's close: a program that runs or is halted is reset first; ws.Closing is
 // set; then for every slot 1..10 with unsaved changes the question of CloseProgram is asked
 // (Yes saves, No goes on, Cancel stops at once: Closing cleared, false returned, the programs
-// not yet asked about stay open and unsaved). When the user went through every question,
-// every slot is freed and true is returned: the editors can then close without asking.
-bool CloseAllPrograms(Workspace& ws, ProgramUi& ui);
+// not yet asked about stay open and unsaved). True when the user went through every question;
+// the slots stay as they are, for the windows that close next.
+bool QueryClosePrograms(Workspace& ws, ProgramUi& ui);
 
 // --- program editor rows (0-based row indices; row 0 is "Start") ---------------------------
 

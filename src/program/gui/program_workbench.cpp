@@ -40,11 +40,10 @@ ProgramWorkbench::ProgramWorkbench(Main0& main, QObject* parent)
   // Program file dialogs start in the application directory, where the demo programs are.
   if (ws_.FileDialogDir.empty()) ws_.FileDialogDir = ws_.AppDir;
   connectActions();
-  main_.resetProgram = [this](int slot) { command([&] { ResetProgram(ws_, *this, slot); }); };
-  main_.saveProgram = [this](int slot) {
-    bool saved = false;
-    command([&] { saved = SaveProgram(ws_, *this, slot); });
-    return saved;
+  main_.queryClosePrograms = [this] {
+    bool mayClose = false;
+    command([&] { mayClose = QueryClosePrograms(ws_, *this); });
+    return mayClose;
   };
   main_.openCallableProgram = [this](const std::string& relativePath) {
     command([&] { OpenCallableProgram(ws_, *this, relativePath); });
@@ -54,8 +53,7 @@ ProgramWorkbench::ProgramWorkbench(Main0& main, QObject* parent)
 }
 
 ProgramWorkbench::~ProgramWorkbench() {
-  main_.resetProgram = nullptr;
-  main_.saveProgram = nullptr;
+  main_.queryClosePrograms = nullptr;
   main_.openCallableProgram = nullptr;
   main_.arrangeWindows = nullptr;
   main_.unloadQubitWindow = nullptr;
