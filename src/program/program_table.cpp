@@ -45,11 +45,17 @@ std::optional<std::string> AskProgramFile(Workspace& ws, const char* title, bool
   return chosen;
 }
 
+// The editor's rows of the program file at `path`: "Start", then the file's rows.
+std::vector<ProgramRow> EditorRowsOf(const std::string& path) {
+  std::vector<ProgramRow> rows = StartRowOnly();
+  for (ProgramRow& row : ReadProgramRows(path)) rows.push_back(std::move(row));
+  return rows;
+}
+
 // Fills a free slot with the program file at `path` (already checked) under `name`.
 int LoadIntoSlot(Workspace& ws, ProgramUi& ui, int slot, const std::string& path,
                  const std::string& name) {
-  std::vector<ProgramRow> rows = StartRowOnly();
-  for (ProgramRow& row : ReadProgramRows(path)) rows.push_back(std::move(row));
+  std::vector<ProgramRow> rows = EditorRowsOf(path);  // read first: a failure changes nothing
   FreeProgramSlot(ws, slot);
   ProgramSlot& program = ws.Program(slot);
   program.Rows = std::move(rows);
@@ -135,9 +141,7 @@ int OpenProgram(Workspace& ws, ProgramUi& ui, const std::optional<std::string>& 
 }
 
 void ReadProgramFile(Workspace& ws, const std::string& path, int slot) {
-  std::vector<ProgramRow> rows = StartRowOnly();
-  for (ProgramRow& row : ReadProgramRows(path)) rows.push_back(std::move(row));
-  ws.Program(slot).Rows = std::move(rows);
+  ws.Program(slot).Rows = EditorRowsOf(path);
 }
 
 bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask) {
