@@ -20,6 +20,7 @@
 #include "platform/appdir.h"
 #include "platform/dialogs.h"
 #include "program/program_file.h"
+#include "program/program_table.h"
 #include "run/run_controller.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
@@ -37,6 +38,7 @@ struct RunOptions {
   std::string set;
   std::string home;
   int granularity = 0;  // StepGranularity: 0 program, 1 main, 2 all steps
+  bool stepping = false;  // --step given: go step by step instead of breakpoint to breakpoint
   bool outputFiles = false;
   Format format = Format::Table;
 };
@@ -74,6 +76,7 @@ std::optional<RunOptions> ParseRunOptions(const Args& args, std::string& error) 
       } else if (arg == "--home") {
         options.home = *v;
       } else if (arg == "--step") {
+        options.stepping = true;
         if (*v == "program") options.granularity = 0;
         else if (*v == "main") options.granularity = 1;
         else if (*v == "all") options.granularity = 2;
@@ -275,9 +278,8 @@ int Run(const Args& args) {
     const auto program = ResolvePath(Absolute(options.program));
     if (!program || !FileExists(*program))
       return Fail("program file " + options.program + " not found");
+    ReadProgramFile(ws, *program, slot);
     ProgramSlot& p = ws.Program(slot);
-    p.Rows = {ProgramRow{"Start", kIconStart}};
-    for (ProgramRow& row : ReadProgramRows(*program)) p.Rows.push_back(row);
     p.Name = RelativePath(*program, ws.AppDir);
     p.Caption = NameWithoutExtension(FileNameOf(p.Name));
     p.Status = "Program ready";
@@ -286,12 +288,23 @@ int Run(const Args& args) {
     ws.StepGranularity = options.granularity;
     ws.AnimateQubits = 0;
 
+    // Breakpoint to breakpoint, or with --step one step of the chosen granularity at a time;
+    // every halt is reported and the run goes on to the end.
+    const int mode = options.stepping ? kModeStep : kModeRun;
     int halts = 0;
-    RunProgram(ws, ui, slot, kModeRun);
+    RunProgram(ws, ui, slot, mode);
     while (!dialogs.failed && ws.RunningProgram == slot) {
       ui.clear();
-      std::fprintf(stderr, "halted at breakpoint %d\n", ++halts);
-      RunProgram(ws, ui, slot, kModeRun);
+      ++halts;
+      if (!options.stepping) {
+        std::fprintf(stderr, "halted at breakpoint %d\n", halts);
+      } else {
+        const int row = p.CurrentRow;
+        const bool known = row > 0 && row < static_cast<int>(p.Rows.size());
+        std::fprintf(stderr, "step %d%s%s\n", halts, known ? ": " : "",
+                     known ? p.Rows[row].Text.c_str() : "");
+      }
+      RunProgram(ws, ui, slot, mode);
     }
     ui.clear();
   } catch (const RuntimeError& e) {

@@ -153,6 +153,26 @@ TEST_F(CliRunTest, BreakpointsAndCallablePrograms) {
   EXPECT_FALSE(dir.exists("home/progs/ghost.MP"));
 }
 
+TEST_F(CliRunTest, SteppingReportsEveryStepAndEndsAsARunDoes) {
+  const std::vector<std::vector<double>> deutsch = {{.5, .5, 1}, {1, .5, .5}};
+  Result program = Cli("run '" + home + "progs/deutsch.kvp' --set ideal2 --home '" + home +
+                       "' --step program --format csv");
+  ASSERT_EQ(program.status, 0) << program.err;
+  EXPECT_NE(program.err.find("step 1: INITIALIZE\nstep 2: Not2\nstep 3: Hadamard1\n"),
+            std::string::npos)
+      << program.err;
+  EXPECT_NE(program.err.find("step 7: Hadamard2\n"), std::string::npos) << program.err;
+  EXPECT_EQ(program.err.find("step 8"), std::string::npos) << program.err;  // the end is no halt
+  ExpectValues(ParseCsv(program.out), deutsch, "deutsch by program steps");
+
+  // Intermediate steps: many more halts, the same result.
+  Result all = Cli("run '" + home + "progs/deutsch.kvp' --set ideal2 --home '" + home +
+                   "' --step all --format csv");
+  ASSERT_EQ(all.status, 0) << all.err;
+  EXPECT_NE(all.err.find("step 20\n"), std::string::npos) << all.err;
+  ExpectValues(ParseCsv(all.out), deutsch, "deutsch by all steps");
+}
+
 TEST_F(CliRunTest, TableAndJsonFormats) {
   Result table = Cli("run '" + home + "progs/bell.kvp' --set ideal2 --home '" + home + "'");
   ASSERT_EQ(table.status, 0) << table.err;
