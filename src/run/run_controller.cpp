@@ -158,14 +158,14 @@ std::string ExecutionErrorText(const std::string& description, int number) {
 void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
   ProgramSlot& program = ws.Program(slot);
   if (program.Name.empty()) return;  // a free slot holds no program
-  if (ws.EngineBusy) {  // a command processed inside the call loop
-    platform::Beep();
-    return;
-  }
   if (ws.RunningProgram >= 0 && ws.RunningProgram != slot) {
     platform::MsgBox(std::string("Another quantum program is currently running,") + CR +
                          "unable to start program!",
                      platform::Icon::Critical);
+    return;
+  }
+  if (ws.EngineBusy) {  // Start or Step of this program again, processed inside its call loop
+    platform::Beep();
     return;
   }
   if (Lower(program.Name) == "new" || program.Changed) {

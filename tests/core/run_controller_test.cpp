@@ -370,6 +370,30 @@ TEST_F(RunControllerTest, ResetFromInsideTheCallLoopEndsTheRun) {
   EXPECT_EQ(ws.Program(1).Status, "Program reset");
 }
 
+TEST_F(RunControllerTest, StartsArrivingInsideTheCallLoop) {
+  // Start of another program is refused with the message; Start of this one only beeps.
+  dir.write("app/progs/other.kvp", "!Quantum program progs/other.kvp\r\n@A.MI\r\n");
+  SetProgram(2, "progs/other.kvp", {{"Start", kIconStart}, {"A", kIconMI}});
+  Script("0 1 1 0\n0 0 0 0\n");
+  dialogs.answer(Answer::OK);
+  struct StartingUi : RecordingUi {
+    Workspace* ws = nullptr;
+    void processEvents() override {
+      if (++eventPumps == 1) {
+        RunProgram(*ws, *this, 2, kModeRun);
+        RunProgram(*ws, *this, 1, kModeRun);
+      }
+    }
+  } starting;
+  starting.ws = &ws;
+  RunProgram(ws, starting, 1, kModeRun);
+  EXPECT_EQ(dialogs.messages(), (std::vector<std::string>{
+                                    "Another quantum program is currently running,\runable to start program!"}));
+  EXPECT_EQ(dialogs.beeps, 1);
+  EXPECT_EQ(Calls().size(), 2u);
+  EXPECT_EQ(ws.Program(1).Status, "Program has finished");
+}
+
 TEST(RunCommands, TheEnablingRule) {
   const RunCommandStates idle = RunCommandStatesFor(true);
   const RunCommandStates running = RunCommandStatesFor(false);
