@@ -7,6 +7,7 @@
 
 #include "mi/mi_file.h"
 #include "platform/dialogs.h"
+#include "workspace/errors.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
 
@@ -20,7 +21,12 @@ std::optional<double> ParseNumberCell(const std::string& text) {
   const std::string t = Trim(text);
   if (t.empty()) return std::nullopt;
   std::size_t consumed = 0;
-  const double v = Val(t, consumed);
+  double v = 0;
+  try {
+    v = Val(t, consumed);
+  } catch (const RuntimeError&) {
+    return std::nullopt;  // beyond the range of a Double (1E400): refused like any non-number
+  }
   if (consumed != t.size() || !std::isfinite(v)) return std::nullopt;
   return v;
 }

@@ -320,6 +320,8 @@ TEST(MIEditCells, OnlyWholeNumbersPass) {
   EXPECT_FALSE(ParseNumberCell("abc"));
   EXPECT_FALSE(ParseNumberCell("1.5x"));
   EXPECT_FALSE(ParseNumberCell("1,5"));
+  EXPECT_FALSE(ParseNumberCell("1E400"));  // too large for a Double: refused, not thrown
+  EXPECT_FALSE(ParseCountCell("-1D999"));
   EXPECT_EQ(ParseCountCell("12"), 12);
   EXPECT_FALSE(ParseCountCell("1.5"));
   EXPECT_FALSE(ParseCountCell("3000000000"));
