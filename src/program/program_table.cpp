@@ -82,8 +82,10 @@ std::string ProgramFilePath(const Workspace& ws, const std::string& name) {
 
 // Writes the program of `slot`, whose name is settled, to `target`. The directory of a new
 // file is created first; when that fails the program becomes unnamed ("New") again, so that
-// the next save asks for a name.
-bool WriteNamedProgram(Workspace& ws, ProgramUi& ui, int slot, const std::string& target) {
+// the next save asks for a name. When the file cannot be written (the error travels on), the
+// program keeps `previousName` and its caption: it is not named after a file it never got.
+bool WriteNamedProgram(Workspace& ws, ProgramUi& ui, int slot, const std::string& target,
+                       const std::string& previousName) {
   ProgramSlot& program = ws.Program(slot);
   const std::string directory = DirectoryOf(target);
   if (!FileExists(target) && !directory.empty() && !DirectoryExists(directory) &&
@@ -93,8 +95,16 @@ bool WriteNamedProgram(Workspace& ws, ProgramUi& ui, int slot, const std::string
     ui.programChanged(slot);
     return false;
   }
+  const std::string previousCaption = program.Caption;
   program.Caption = CaptionOf(program.Name);
-  WriteProgramFile(target, program.Name, program.Rows);
+  try {
+    WriteProgramFile(target, program.Name, program.Rows);
+  } catch (...) {
+    program.Name = previousName;
+    program.Caption = previousCaption;
+    ui.programChanged(slot);
+    throw;
+  }
   program.Changed = false;
   ui.programChanged(slot);
   return true;
@@ -146,6 +156,7 @@ void ReadProgramFile(Workspace& ws, const std::string& path, int slot) {
 
 bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask) {
   ProgramSlot& program = ws.Program(slot);
+  const std::string previousName = program.Name;
   std::optional<std::string> chosen;
   if (Lower(program.Name) == "new" || ask) {
     chosen = AskProgramFile(ws, "Save program as", true);
@@ -160,7 +171,8 @@ bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask) {
     program.Name = name;
   }
   // The stored name is lower case; a file chosen in the dialog keeps the case it was given.
-  return WriteNamedProgram(ws, ui, slot, chosen ? *chosen : ProgramFilePath(ws, program.Name));
+  return WriteNamedProgram(ws, ui, slot, chosen ? *chosen : ProgramFilePath(ws, program.Name),
+                           previousName);
 }
 
 bool SaveProgramAs(Workspace& ws, ProgramUi& ui, int slot) {
@@ -172,8 +184,9 @@ bool SaveProgramAs(Workspace& ws, ProgramUi& ui, int slot) {
     platform::MsgBox("Cannot save to an open program", platform::Icon::Critical);
     return false;
   }
+  const std::string previousName = ws.Program(slot).Name;
   ws.Program(slot).Name = name;
-  return WriteNamedProgram(ws, ui, slot, *chosen);
+  return WriteNamedProgram(ws, ui, slot, *chosen, previousName);
 }
 
 void SaveAllPrograms(Workspace& ws, ProgramUi& ui) {

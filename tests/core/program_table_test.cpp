@@ -6,6 +6,7 @@
 
 #include "run/run_controller.h"
 #include "run_fixture.h"
+#include "workspace/errors.h"
 
 namespace orvex::test {
 namespace {
@@ -100,6 +101,26 @@ TEST_F(ProgramTableTest, SaveAsOntoAnOpenProgramIsRefused) {
   // Saving a program under its own name is no conflict.
   dialogs.file(dir.path() + "progs/b.kvp");
   EXPECT_TRUE(SaveProgramAs(ws, ui, 1));
+}
+
+TEST_F(ProgramTableTest, AFileThatCannotBeWrittenLeavesTheProgramsName) {
+  dir.write("progs/a.kvp", "!Quantum program progs/a.kvp\r\n@A.MI\r\n");
+  dir.write("progs/taken.kvp/inside", "");  // a directory where the file should go
+  ASSERT_EQ(OpenProgram(ws, ui, dir.path() + "progs/a.kvp"), 1);
+  ws.Program(1).Rows.push_back({"B", kIconMI});
+  ws.Program(1).Changed = true;
+
+  dialogs.file(dir.path() + "progs/taken.kvp");
+  EXPECT_THROW(SaveProgramAs(ws, ui, 1), RuntimeError);
+  EXPECT_EQ(ws.Program(1).Name, "progs/a.kvp");
+  EXPECT_EQ(ws.Program(1).Caption, "a");
+  EXPECT_TRUE(ws.Program(1).Changed);
+
+  NewProgram(ws, ui);
+  dialogs.file(dir.path() + "progs/taken.kvp");
+  EXPECT_THROW(SaveProgram(ws, ui, 2), RuntimeError);
+  EXPECT_EQ(ws.Program(2).Name, "New");  // the next save asks for a name again
+  EXPECT_EQ(ws.Program(2).Caption, "New");
 }
 
 TEST_F(ProgramTableTest, RefusedDirectoryMakesTheProgramUnnamedAgain) {
