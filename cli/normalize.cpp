@@ -94,8 +94,10 @@ int MiNormalize(const Args& args) {
       ws.NumberOfQubits = static_cast<std::int16_t>(*qubits);
     } else {
       ws.MISetPath = DirectoryOf(NormalizeSeparators(*file));
-      // Read qubits.dat only when it is there: normalising never writes.
-      if (FindPath(ws.MISetPath, "qubits.dat")) ReadQubitsFile(ws);
+      // Read qubits.dat only when it is a file: the reader writes one in place of anything
+      // else (a dangling link, say), and normalising never writes.
+      const std::optional<std::string> qubitsFile = FindPath(ws.MISetPath, "qubits.dat");
+      if (qubitsFile && FileExists(*qubitsFile)) ReadQubitsFile(ws);
       else ws.NumberOfQubits = 2;
     }
 

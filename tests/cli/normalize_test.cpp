@@ -1,6 +1,8 @@
 // orvex-cli mi normalize / program normalize: the bytes the workbench would write, printed
 // to standard output; failures as one line on standard error and exit status 2.
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -89,6 +91,26 @@ TEST(MiNormalize, RandomInitialStateKeepsItsSeed) {
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, bytes);
   EXPECT_FALSE(dir.exists("qubits.dat"));
+}
+
+TEST(MiNormalize, AQubitsDatThatIsNoFileCountsAsMissingAndStaysAsItIs) {
+  test::TempDir dir;
+  MicroInstruction mi = Sample("Pulse.MI");
+  const std::string bytes = FormatMI(mi, 2, 0.5);
+  // A dangling link and a directory where qubits.dat should be: 2 qubits, nothing written.
+  const std::string linked = dir.write("linked/Pulse.MI", bytes);
+  ASSERT_EQ(::symlink("gone.dat", (dir.path() + "linked/qubits.dat").c_str()), 0);
+  const std::string boxed = dir.write("boxed/Pulse.MI", bytes);
+  dir.write("boxed/QUBITS.DAT/inside", "");
+  for (const std::string& path : {linked, boxed}) {
+    Result r = RunCli(dir, "mi normalize " + Quote(path));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, RunCli(dir, "mi normalize " + Quote(path) + " --qubits 2").out) << path;
+  }
+  EXPECT_FALSE(dir.exists("linked/gone.dat"));
+  struct stat st {};
+  ASSERT_EQ(::lstat((dir.path() + "linked/qubits.dat").c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
 }
 
 TEST(MiNormalize, QubitsOptionAndLenientInput) {
