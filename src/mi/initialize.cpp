@@ -17,7 +17,8 @@ int NewMIRecord(Workspace& ws) {
     }
   }
   if (slot == 0) {
-    if (ws.MICount >= kMaxMIs) ThrowSubscriptOutOfRange();
+    if (ws.MICount >= kMaxMIs)
+      ThrowSubscriptOutOfRange("the MI set already holds 500 micro instructions and programs");
     slot = ws.MICount + 1;
     ws.MICount = static_cast<std::int16_t>(slot);
   }

@@ -87,7 +87,9 @@ namespace {
 
 // The next record of the table; the subscript error when all 500 are taken.
 int AppendRecord(Workspace& ws, const std::string& name) {
-  if (ws.MICount >= kMaxMIs) ThrowSubscriptOutOfRange();
+  if (ws.MICount >= kMaxMIs)
+    ThrowSubscriptOutOfRange("the MI set holds more than 500 micro instructions and programs; "
+                             "only the first 500 were loaded");
   ++ws.MICount;
   MicroInstruction& mi = ws.MITable(ws.MICount);
   mi = MicroInstruction{};
@@ -132,7 +134,9 @@ void LoadMIFiles(Workspace& ws) {
 void LoadCallablePrograms(Workspace& ws) {
   // Collected first: the existence checks below list directories too.
   const std::vector<std::string> names = ListFiles(ws.MISetPath, ".MP");
-  if (names.size() > 301) ThrowSubscriptOutOfRange();
+  if (names.size() > 301)
+    ThrowSubscriptOutOfRange("the MI set holds more than 301 callable programs; none of them "
+                             "was loaded");
   for (const std::string& name : names) {
     const int n = AppendRecord(ws, name);
     MicroInstruction& mi = ws.MITable(n);

@@ -11,6 +11,10 @@ void ThrowSubscriptOutOfRange() {
   throw RuntimeError(ErrorNumber::SubscriptOutOfRange, "Subscript out of range");
 }
 
+void ThrowSubscriptOutOfRange(const std::string& detail) {
+  throw RuntimeError(ErrorNumber::SubscriptOutOfRange, "Subscript out of range: " + detail);
+}
+
 void ThrowOverflow() { throw RuntimeError(ErrorNumber::Overflow, "Overflow"); }
 
 void ThrowInvalidProcedureCall() {

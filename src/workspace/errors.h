@@ -37,6 +37,8 @@ private:
 
 // The usual descriptions, so every thrower says the same thing for the same number.
 [[noreturn]] void ThrowSubscriptOutOfRange();
+// The same error with what overflowed, for a full table the user can do something about.
+[[noreturn]] void ThrowSubscriptOutOfRange(const std::string& detail);
 [[noreturn]] void ThrowOverflow();
 [[noreturn]] void ThrowInvalidProcedureCall();
 // A file error for `path`, chosen from errno (ENOENT: File not found / Path not found,

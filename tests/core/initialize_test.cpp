@@ -51,6 +51,8 @@ TEST_F(InitializeMI, TheTableHoldsFiveHundred) {
     FAIL() << "no error";
   } catch (const RuntimeError& e) {
     EXPECT_EQ(e.code(), ErrorNumber::SubscriptOutOfRange);
+    EXPECT_EQ(e.description(),
+              "Subscript out of range: the MI set already holds 500 micro instructions and programs");
   }
   EXPECT_EQ(ws.MICount, kMaxMIs);
 }

@@ -210,9 +210,28 @@ TEST_F(OpenMISetTest, NoMoreThan500RecordsAreEverLoaded) {
     FAIL() << "a 501st MI must not fit";
   } catch (const RuntimeError& e) {
     EXPECT_EQ(e.number(), 9);
+    EXPECT_EQ(e.description(),
+              "Subscript out of range: the MI set holds more than 500 micro instructions and "
+              "programs; only the first 500 were loaded");
   }
   EXPECT_EQ(ws.MICount, 500);
   EXPECT_EQ(ws.MIList.Rows.size(), 501u);
+}
+
+TEST_F(OpenMISetTest, MoreThan301CallableProgramsLoadNone) {
+  put("calls", "A.MI", MIText("a"));
+  for (int i = 0; i < 302; ++i) put("calls", "p" + std::to_string(i) + ".MP", "@progs/p.kvp\r\n");
+  ScriptedDialogs dialogs;
+  try {
+    OpenMISet(ws, ui);
+    FAIL() << "a 302nd callable program must not fit";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), 9);
+    EXPECT_EQ(e.description(), "Subscript out of range: the MI set holds more than 301 callable "
+                               "programs; none of them was loaded");
+  }
+  EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "A"}));
+  EXPECT_TRUE(dialogs.shown.empty());
 }
 
 TEST_F(OpenMISetTest, AnUnreadableMIFileIsReportedAndTheOthersLoad) {

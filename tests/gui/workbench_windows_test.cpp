@@ -272,7 +272,9 @@ TEST_F(WorkbenchTest, AFullTableIsReportedNotFatal) {
   dialogs.answer(Answer::OK);
   QTest::keyClick(list().Micro, Qt::Key_N, Qt::ControlModifier);
   ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text, "Subscript out of range, errorcode: 9");
+  EXPECT_EQ(dialogs.shown[0].text,
+            "Subscript out of range: the MI set already holds 500 micro instructions and "
+            "programs, errorcode: 9");
   EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
   EXPECT_EQ(ws.MICount, kMaxMIs);
 }
