@@ -13,6 +13,7 @@ enum class ErrorNumber : int {
   SubscriptOutOfRange = 9,
   TypeMismatch = 13,
   InvalidProcedureCall = 5,
+  OutOfMemory = 7,
   FileNotFound = 53,
   DiskFull = 61,
   InputPastEndOfFile = 62,

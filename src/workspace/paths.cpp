@@ -3,6 +3,7 @@
 #include "workspace/paths.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
@@ -208,10 +209,24 @@ std::string ReadWholeFile(const std::string& path) {
   const std::string actual = ResolvePath(path).value_or(path);
   std::FILE* f = std::fopen(actual.c_str(), "rb");
   if (!f) ThrowFileError(path, errno);
+  auto tooLarge = [&path, f]() {
+    std::fclose(f);
+    throw RuntimeError(ErrorNumber::OutOfMemory,
+                       "Out of memory: " + path + " is larger than " +
+                           std::to_string(kMaxWholeFileBytes >> 20) + " MB");
+  };
+  // The size is known up front for a regular file; a device or pipe is cut off as it is read.
+  struct stat st {};
+  if (::fstat(::fileno(f), &st) == 0 && S_ISREG(st.st_mode) &&
+      static_cast<std::uintmax_t>(st.st_size) > kMaxWholeFileBytes)
+    tooLarge();
   std::string bytes;
   char buf[65536];
   std::size_t got;
-  while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) bytes.append(buf, got);
+  while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) {
+    if (bytes.size() + got > kMaxWholeFileBytes) tooLarge();
+    bytes.append(buf, got);
+  }
   int err = std::ferror(f) ? errno : 0;
   std::fclose(f);
   if (err != 0) ThrowFileError(path, err);

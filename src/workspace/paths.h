@@ -3,6 +3,7 @@
 // first in directory order wins), and whole-file reading and safe writing.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,7 +45,11 @@ std::vector<std::string> ListFiles(const std::string& dir, const std::string& ex
 // Names of the subdirectories of `dir` (without "." and ".."), in directory order.
 std::vector<std::string> ListDirectories(const std::string& dir);
 
-// The whole file as bytes; throws the run-time's file error when it cannot be read.
+// The files read whole are small texts (an MI file for 32 qubits is some 50 KB); a file
+// larger than this is refused before it fills the memory.
+inline constexpr std::size_t kMaxWholeFileBytes = std::size_t{64} << 20;
+// The whole file as bytes; throws the run-time's file error when it cannot be read, and
+// "Out of memory" (7) when it holds more than kMaxWholeFileBytes.
 std::string ReadWholeFile(const std::string& path);
 // Splits text into lines, accepting CR LF, LF and lone CR; no empty last line for a final end.
 std::vector<std::string> SplitLines(const std::string& text);

@@ -110,6 +110,21 @@ TEST(WholeFiles, ReadSplitAndWrite) {
   }
 }
 
+TEST(WholeFiles, AFileTooLargeToBeAnyOfOursIsRefusedUnread) {
+  test::TempDir dir;
+  const std::string big = dir.write("big.MI", "");
+  ASSERT_EQ(::truncate(big.c_str(), static_cast<off_t>(kMaxWholeFileBytes) + 1), 0);  // sparse
+  try {
+    ReadWholeFile(big);
+    FAIL() << "no error";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.code(), ErrorNumber::OutOfMemory);
+    EXPECT_EQ(e.description(), "Out of memory: " + big + " is larger than 64 MB");
+  }
+  ASSERT_EQ(::truncate(big.c_str(), static_cast<off_t>(kMaxWholeFileBytes)), 0);
+  EXPECT_EQ(ReadWholeFile(big).size(), kMaxWholeFileBytes);
+}
+
 TEST(WholeFiles, AFailedWriteLeavesNoFileBehind) {
   test::TempDir dir;
   dir.write("plain", "not a directory");
