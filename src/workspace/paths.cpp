@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -270,9 +271,19 @@ void WriteWholeFile(const std::string& path, const std::string& bytes) {
       mode = st.st_mode & 07777;
       // A read-only file is not silently replaced.
       if (::access(target.c_str(), W_OK) != 0 && errno != ENOENT) ThrowFileError(path, errno);
+      // A link to a file (an MI shared between sets, say) is written through: the file it
+      // names gets the new bytes and the link stays a link.
+      struct stat link {};
+      if (::lstat(target.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+        if (char* real = ::realpath(target.c_str(), nullptr)) {
+          target = real;
+          std::free(real);
+          dir = DirectoryOf(target);
+        }
+      }
     }
   }
-  std::string temp = Join(dir, "." + name + ".XXXXXX");
+  std::string temp = Join(dir, "." + FileNameOf(target) + ".XXXXXX");
   int fd = ::mkstemp(temp.data());
   if (fd < 0) ThrowFileError(path, errno);
   int err = 0;

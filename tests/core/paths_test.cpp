@@ -110,6 +110,20 @@ TEST(WholeFiles, ReadSplitAndWrite) {
   }
 }
 
+TEST(WholeFiles, ALinkIsWrittenThroughAndStaysALink) {
+  test::TempDir dir;
+  dir.write("shared/A.MI", "old");
+  dir.write("set/.keep", "");
+  const std::string link = dir.path() + "set/A.MI";
+  ASSERT_EQ(::symlink((dir.path() + "shared/A.MI").c_str(), link.c_str()), 0);
+  WriteWholeFile(dir.path() + "set/a.mi", "new");
+  EXPECT_EQ(dir.read("shared/A.MI"), "new");
+  struct stat st {};
+  ASSERT_EQ(::lstat(link.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  EXPECT_EQ(ListFiles(dir.path() + "shared/", "").size(), 1u);  // no temporary file left
+}
+
 TEST(WholeFiles, AFileTooLargeToBeAnyOfOursIsRefusedUnread) {
   test::TempDir dir;
   const std::string big = dir.write("big.MI", "");
