@@ -269,7 +269,11 @@ int Run(const Args& args) {
   CliRunUi ui;
   const int slot = 1;
   try {
-    const auto setDir = FindPath(ws.AppDir, "MI/" + options.set);
+    // A set is one directory of the container: ".." or a path would open (and write
+    // qubits.dat into) a directory that is no MI set.
+    const bool oneName = options.set != "." && options.set != ".." &&
+                         options.set.find_first_of("/\\") == std::string::npos;
+    const auto setDir = oneName ? FindPath(ws.AppDir, "MI/" + options.set) : std::nullopt;
     if (!setDir || !DirectoryExists(*setDir))
       return Fail("MI set '" + options.set + "' not found in " + ws.AppDir + "MI/");
     ws.MISetPath = WithSlash(*setDir);

@@ -217,6 +217,8 @@ TEST_F(CliRunTest, BadInputGetsOneClearLine) {
       {"run progs/bell.kvp --set", "option --set needs a value"},
       {"run progs/bell.kvp --set nosuchset --home '" + home + "'", "MI set 'nosuchset' not found in " + home + "MI/"},
       {"run progs/nothere.kvp --set ideal2 --home '" + home + "'", "program file progs/nothere.kvp not found"},
+      {"run progs/bell.kvp --set .. --home '" + home + "'", "MI set '..' not found in " + home + "MI/"},
+      {"run progs/bell.kvp --set ideal2/../.. --home '" + home + "'", "MI set 'ideal2/../..' not found in " + home + "MI/"},
   };
   for (const Case& c : cases) {
     Result r = Cli(c.args, "cd '" + home + "' &&");
@@ -224,6 +226,7 @@ TEST_F(CliRunTest, BadInputGetsOneClearLine) {
     EXPECT_EQ(r.err, "orvex-cli run: " + c.message + "\n") << c.args;
     EXPECT_TRUE(r.out.empty()) << c.args;
   }
+  EXPECT_FALSE(dir.exists("home/qubits.dat"));  // no directory but a set's is taken for one
 }
 
 } // namespace
