@@ -3,6 +3,7 @@
 #include "mi/mi_file.h"
 
 #include <cmath>
+#include <utility>
 
 #include "platform/dialogs.h"
 #include "workspace/numbers.h"
@@ -70,7 +71,9 @@ void AtLine(const std::string& source, std::size_t lineNo, F&& body) {
 
 void ParseMI(const std::string& text, MicroInstruction& mi) { ParseMI(text, mi, ""); }
 
-void ParseMI(const std::string& text, MicroInstruction& mi, const std::string& source) {
+void ParseMI(const std::string& text, MicroInstruction& record, const std::string& source) {
+  // Read into a copy: a file rejected half-way leaves the record as it was.
+  MicroInstruction mi = record;
   mi.Description.clear();
   mi.TimeStepInPi = 0;
   int state = kNone;
@@ -153,6 +156,7 @@ void ParseMI(const std::string& text, MicroInstruction& mi, const std::string& s
   mi.Description = Trim(mi.Description);
   // Norm checking is always off in memory, whatever the file says.
   mi.CheckNorm = false;
+  record = std::move(mi);
 }
 
 void ReadMI(const std::string& path, MicroInstruction& mi) {

@@ -11,7 +11,8 @@ namespace orvex {
 // Reads the MI file at `path` into `mi`. Only Description and TimeStepInPi are cleared first;
 // values the file does not mention keep what the record held. CheckNorm is always False
 // afterwards. Throws the run-time's file error when the file cannot be read, and its
-// string-function (5) or subscript (9) errors for malformed pair lines, as the format says.
+// string-function (5) or subscript (9) errors for malformed pair lines, as the format says;
+// a file rejected so leaves `mi` unchanged.
 void ReadMI(const std::string& path, MicroInstruction& mi);
 // The same from text already in memory (the name is used only in error descriptions).
 void ParseMI(const std::string& text, MicroInstruction& mi);

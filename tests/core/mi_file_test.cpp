@@ -279,6 +279,18 @@ TEST(MIReader, PairLinesNeedFiveCommasAndIndicesInRange) {
   // Any pair is stored as named, even i > j; indices take the integer part.
   MicroInstruction mi = Parsed(Lines({"HEISENBERG INTERACTION", "3.9,1, 1,2,3,", "END"}));
   EXPECT_EQ(mi.J(3, 1, 1), 2);
+
+  // A file rejected half-way leaves the record as it was, description and values alike.
+  mi.Description = "kept";
+  mi.FieldSteps = 7;
+  const MicroInstruction before = mi;
+  EXPECT_THROW(ParseMI(Lines({"NUMBER OF FIELD STEPS", "9", "END", "!ABOUT", "!lost", "!END",
+                              "HEISENBERG INTERACTION", "1,2,3,", "END"}),
+                       mi),
+               RuntimeError);
+  EXPECT_EQ(mi.Description, "kept");
+  EXPECT_EQ(mi.FieldSteps, 7);
+  EXPECT_EQ(mi.JData, before.JData);
 }
 
 TEST(MIFiles, ReadMissingFileIsAFileErrorNamingIt) {
