@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMdiArea>
@@ -590,6 +591,33 @@ TEST(QtDialogs, MessageBoxTitleIconTextAndAnswer) {
   EXPECT_EQ(detail, "why");
   EXPECT_EQ(icon, QMessageBox::Warning);
   EXPECT_EQ(buttons, int(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel));
+}
+
+TEST(QtDialogs, ASaveDialogGivesANameWithoutExtensionTheFiltersExtension) {
+  TempDir dir;
+  platform::QtDialogHandler handler;
+  platform::FileRequest request;
+  request.title = "Save program as";
+  request.filter = "Quantum Program (*.KVP)|*.KVP|All files (*.*)|*.*";
+  request.directory = dir.path();
+  request.save = true;
+  auto typeName = [](const QString& name) {
+    WhenModal<QFileDialog>([name](QFileDialog* d) {
+      // Typed into the name field, as the user does.
+      d->findChild<QLineEdit*>(QStringLiteral("fileNameEdit"))->setText(name);
+      static_cast<QDialog*>(d)->accept();  // the dialog's own accept, as its button does
+      if (d->isVisible()) d->reject();       // refused: fail on the result, do not hang
+    });
+  };
+  typeName(QStringLiteral("mine"));
+  EXPECT_EQ(handler.chooseFile(request), std::optional<std::string>(dir.path() + "mine.kvp"));
+  typeName(QStringLiteral("notes.txt"));  // a name with an extension keeps it
+  EXPECT_EQ(handler.chooseFile(request), std::optional<std::string>(dir.path() + "notes.txt"));
+
+  request.save = false;  // opening takes the name as it is
+  dir.write("plain", "");
+  typeName(QStringLiteral("plain"));
+  EXPECT_EQ(handler.chooseFile(request), std::optional<std::string>(dir.path() + "plain"));
 }
 
 TEST(QtDialogs, FiltersTextAndTwips) {

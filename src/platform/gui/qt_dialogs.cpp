@@ -36,6 +36,18 @@ QString CaseFreePatterns(const QString& patterns) {
   return out.join(QChar(' '));
 }
 
+// The extension of the filter's first pattern ("*.KVP" gives "kvp"), which a save dialog adds to
+// a name typed without one, so the file is found again under that filter; empty for "*.*".
+QString DefaultSuffix(const std::string& filter) {
+  const QStringList parts = QString::fromStdString(filter).split(QChar('|'));
+  if (parts.size() < 2) return {};
+  const QString first = parts[1].split(QChar(';'), Qt::SkipEmptyParts).value(0).trimmed();
+  if (!first.startsWith(QLatin1String("*."))) return {};
+  const QString extension = first.mid(2);
+  if (extension.contains(QChar('*')) || extension.contains(QChar('?'))) return {};
+  return extension.toLower();
+}
+
 } // namespace
 
 QString QtFileFilter(const std::string& filter) {
@@ -82,10 +94,14 @@ std::optional<std::string> QtDialogHandler::chooseFile(const FileRequest& reques
   if (!request.fileName.empty()) start = start + FromBytes(request.fileName);
   const QString title = FromBytes(request.title);
   const QString filter = QtFileFilter(request.filter);
-  const QString chosen = request.save ? QFileDialog::getSaveFileName(parent, title, start, filter)
-                                      : QFileDialog::getOpenFileName(parent, title, start, filter);
-  if (chosen.isEmpty()) return std::nullopt;
-  return ToBytes(chosen);
+  QFileDialog dialog(parent, title, start, filter);
+  dialog.setAcceptMode(request.save ? QFileDialog::AcceptSave : QFileDialog::AcceptOpen);
+  dialog.setFileMode(request.save ? QFileDialog::AnyFile : QFileDialog::ExistingFile);
+  if (request.save) dialog.setDefaultSuffix(DefaultSuffix(request.filter));
+  if (dialog.exec() != QDialog::Accepted) return std::nullopt;
+  const QStringList files = dialog.selectedFiles();
+  if (files.isEmpty() || files.first().isEmpty()) return std::nullopt;
+  return ToBytes(files.first());
 }
 
 void QtDialogHandler::beep() { QApplication::beep(); }
