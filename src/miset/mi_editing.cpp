@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "mi/mi_file.h"
+#include "miset/mi_list.h"
 #include "platform/dialogs.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
@@ -133,6 +134,15 @@ void RemoveRenamedMIFile(const Workspace& ws, int n, const std::string& previous
   }
 }
 
+void RestoreRecord(Workspace& ws, int n, const MicroInstruction& before) {
+  ws.MITable(n) = before;
+  const int row = RowOfSlot(ws, n);
+  if (row >= 0) {
+    ws.MIList.Rows[row].Text = NameWithoutExtension(before.Name);
+    ws.NotifyMIListChanged();
+  }
+}
+
 } // namespace
 
 bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
@@ -146,6 +156,7 @@ bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
                      Icon::Critical, Buttons::OK);
     return false;
   }
+  const MicroInstruction before = mi;
   const std::string previousName = mi.Name;
   mi.Name = name;
   mi.Description = edit.Description;
@@ -167,7 +178,19 @@ bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
     if (pairs[p].second > ws.NumberOfQubits) continue;
     for (int c = 0; c < 3; ++c) mi.J(pairs[p].first, pairs[p].second, c) = edit.J[p][c];
   }
-  if (!SaveMI(ws, n)) return false;
+  // A refused or failed save leaves the record (and its list row) as it was, so that nothing
+  // else, "Save MI set" above all, writes the refused name; the editor keeps the edits.
+  bool saved = false;
+  try {
+    saved = SaveMI(ws, n);
+  } catch (...) {
+    RestoreRecord(ws, n, before);
+    throw;
+  }
+  if (!saved) {
+    RestoreRecord(ws, n, before);
+    return false;
+  }
   RemoveRenamedMIFile(ws, n, previousName);
   return true;
 }

@@ -245,6 +245,33 @@ TEST_F(MICommandsTest, RenamingAnMIInTheEditorMovesItsFile) {
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
+TEST_F(MICommandsTest, ARefusedDuplicateNameLeavesTheRecordAsItWas) {
+  ScriptedDialogs dialogs;
+  const int a = NewMI(ws, ui);
+  MIEdit e = LoadMIEdit(ws, a);
+  e.Name = "Alpha";
+  ASSERT_TRUE(StoreMIEdit(ws, a, e));
+  const int b = NewMI(ws, ui);
+  MIEdit f = LoadMIEdit(ws, b);
+  f.Name = "Beta";
+  f.Description = "beta's own";
+  ASSERT_TRUE(StoreMIEdit(ws, b, f));
+
+  f.Name = "Alpha";
+  f.Description = "edited";
+  dialogs.answer(Answer::OK);
+  EXPECT_FALSE(StoreMIEdit(ws, b, f));
+  EXPECT_EQ(dialogs.messages(), std::vector<std::string>{"Another Micro instruction has the same name."});
+  EXPECT_EQ(ws.MITable(b).Name, "Beta.MI");
+  EXPECT_EQ(ws.MITable(b).Description, "beta's own");
+  EXPECT_EQ(ws.MIList.Rows[RowOfSlot(ws, b)].Text, "Beta");
+  // Saving the whole set afterwards writes each MI under its own name.
+  SaveAllMIs(ws);
+  MicroInstruction alpha;
+  ReadMI(ws.MISetPath + "Alpha.MI", alpha);
+  EXPECT_EQ(alpha.Description, "(none)");
+}
+
 TEST_F(MICommandsTest, TimeStepsInUnitsOfTwoPiShowTheUsersFigure) {
   // Read back from the file's value line, .25 and 2.5 carry noise in their 15th digit; the
   // editor shows what the user typed. A plain time step is shown as it stands.
