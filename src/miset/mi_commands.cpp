@@ -82,6 +82,7 @@ bool DeleteMI(Workspace& ws, MISetUi& ui) {
   }
   ws.MIList.Rows.erase(ws.MIList.Rows.begin() + row);
   ws.MIList.Selected = -1;
+  ws.MIList.Status.clear();  // it showed the deleted MI's description
   const bool wasOpen = mi.IsOpen;
   mi.ClearData();
   mi.InUse = false;

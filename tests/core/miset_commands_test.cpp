@@ -124,8 +124,11 @@ TEST_F(MICommandsTest, DeletingANeverSavedMITouchesNoFile) {
   ScriptedDialogs dialogs;
   NewMI(ws, ui);
   const auto before = ListFiles(ws.MISetPath, ".MI");
+  ClickMIListRow(ws, ws.MIList.Selected);
+  EXPECT_EQ(ws.MIList.Status, "(none)");
   dialogs.answer(Answer::Yes);
   EXPECT_TRUE(DeleteMI(ws, ui));
+  EXPECT_EQ(ws.MIList.Status, "");
   EXPECT_EQ(ListFiles(ws.MISetPath, ".MI").size(), before.size());
   EXPECT_EQ(rowOf("New"), -1);
   // The editor that showed it learns that its record is gone.
