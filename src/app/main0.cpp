@@ -226,14 +226,7 @@ DefaultMI* Main0::miEditor(int slot) const {
 }
 
 void Main0::runCommand(const std::function<void()>& command) {
-  try {
-    command();
-  } catch (const RuntimeError& e) {
-    ReportRuntimeError(e);
-  } catch (const std::exception& e) {
-    // Nothing may reach Qt's event loop: any other failure ends in a critical box as well.
-    platform::MsgBox(e.what(), platform::Icon::Critical);
-  }
+  RunCommand(command);
   if (miList_) miList_->render();
 }
 

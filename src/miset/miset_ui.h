@@ -4,6 +4,7 @@
 // describe a workbench without windows: nothing open, every prompt cancelled.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -49,4 +50,7 @@ class RuntimeError;
 // The top-level report of a run-time error (a full table, a file error) outside a run: a
 // critical box with the description, ", errorcode: " and the number.
 void ReportRuntimeError(const RuntimeError& error);
+// Runs a command of a window: a run-time error, or any other failure, ends in a critical box
+// and never travels on into the event loop. False when a failure was reported.
+bool RunCommand(const std::function<void()>& command);
 } // namespace orvex

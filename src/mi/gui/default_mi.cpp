@@ -234,12 +234,8 @@ bool DefaultMI::save() {
   if (!collect(e)) return false;
   // Called from button clicks and the close event: a file error is reported here and keeps
   // the editor open, it must not travel on into the event loop.
-  try {
-    if (!StoreMIEdit(ws_, miSlot_, e)) return false;
-  } catch (const RuntimeError& error) {
-    ReportRuntimeError(error);
-    return false;
-  }
+  bool stored = false;
+  if (!RunCommand([&] { stored = StoreMIEdit(ws_, miSlot_, e); }) || !stored) return false;
   ws_.NotifyMIListChanged();
   changed_ = false;
   updateCaption();

@@ -160,12 +160,15 @@ void MIList::render() {
 }
 
 void MIList::run(const std::function<void()>& command) {
-  try {
-    command();
-  } catch (const RuntimeError& e) {
-    render();
-    ReportRuntimeError(e);
-  }
+  // The list is redrawn before a failure's box too, so the box stands over the table as it is.
+  RunCommand([&] {
+    try {
+      command();
+    } catch (...) {
+      render();
+      throw;
+    }
+  });
   render();
 }
 

@@ -402,15 +402,7 @@ void DefaultPG::closeEvent(QCloseEvent* event) {
   }
 }
 
-void DefaultPG::run(const std::function<void()>& operation) {
-  try {
-    operation();
-  } catch (const RuntimeError& e) {
-    ReportRuntimeError(e);
-  } catch (const std::exception& e) {
-    platform::MsgBox(e.what(), platform::Icon::Critical);
-  }
-}
+void DefaultPG::run(const std::function<void()>& operation) { RunCommand(operation); }
 
 bool DefaultPG::key(int keyCode, bool ctrl) {
   // Qt's codes of Delete, D and S are not the classic key codes the rule takes.

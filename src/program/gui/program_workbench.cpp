@@ -165,15 +165,7 @@ void ProgramWorkbench::arrangeWindows() {
 
 // ---- commands ------------------------------------------------------------------------------
 
-void ProgramWorkbench::command(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const RuntimeError& e) {
-    ReportRuntimeError(e);
-  } catch (const std::exception& e) {
-    platform::MsgBox(e.what(), platform::Icon::Critical);
-  }
-}
+void ProgramWorkbench::command(const std::function<void()>& f) { RunCommand(f); }
 
 void ProgramWorkbench::withActiveSlot(const std::function<void(int)>& f) {
   const int slot = activeSlot();
