@@ -52,21 +52,28 @@ std::vector<ProgramRow> EditorRowsOf(const std::string& path) {
   return rows;
 }
 
-// Fills a free slot with the program file at `path` (already checked) under `name`.
-int LoadIntoSlot(Workspace& ws, ProgramUi& ui, int slot, const std::string& path,
-                 const std::string& name) {
-  std::vector<ProgramRow> rows = EditorRowsOf(path);  // read first: a failure changes nothing
+// Puts a program into a free slot and shows its editor, arranged with the others.
+int ShowInSlot(Workspace& ws, ProgramUi& ui, int slot, const std::string& name,
+               std::vector<ProgramRow> rows, const std::string& caption,
+               const std::string& status) {
   FreeProgramSlot(ws, slot);
   ProgramSlot& program = ws.Program(slot);
   program.Rows = std::move(rows);
   program.Name = name;
-  program.Caption = CaptionOf(name);
-  program.Status = "Program ready";
+  program.Caption = caption;
+  program.Status = status;
   program.Visible = true;
   ui.showEditor(slot);
   ui.arrangeWindows();
   ui.programChanged(slot);
   return slot;
+}
+
+// Fills a free slot with the program file at `path` (already checked) under `name`.
+int LoadIntoSlot(Workspace& ws, ProgramUi& ui, int slot, const std::string& path,
+                 const std::string& name) {
+  std::vector<ProgramRow> rows = EditorRowsOf(path);  // read first: a failure changes nothing
+  return ShowInSlot(ws, ui, slot, name, std::move(rows), CaptionOf(name), "Program ready");
 }
 
 // Where the program `name` (relative to AppDir) is written: the existing file or directory in
@@ -118,17 +125,7 @@ int NewProgram(Workspace& ws, ProgramUi& ui) {
     platform::MsgBox("No more programs can be loaded", platform::Icon::Information);
     return 0;
   }
-  FreeProgramSlot(ws, slot);
-  ProgramSlot& program = ws.Program(slot);
-  program.Name = "New";
-  program.Rows = StartRowOnly();
-  program.Caption = "New";
-  program.Status = "New program";
-  program.Visible = true;
-  ui.showEditor(slot);
-  ui.arrangeWindows();
-  ui.programChanged(slot);
-  return slot;
+  return ShowInSlot(ws, ui, slot, "New", StartRowOnly(), "New", "New program");
 }
 
 int OpenProgram(Workspace& ws, ProgramUi& ui, const std::optional<std::string>& path) {
