@@ -99,6 +99,7 @@ bool WriteNamedProgram(Workspace& ws, ProgramUi& ui, int slot, const std::string
       !EnsureDirectory(directory)) {
     platform::MsgBox("Failed to create (sub)directory!", platform::Icon::Critical);
     program.Name = "New";
+    program.Caption = "New";  // the caption always names the program the slot holds
     ui.programChanged(slot);
     return false;
   }
@@ -295,8 +296,13 @@ bool EditorKey(Workspace& ws, ProgramUi& ui, int slot, int keyCode, bool ctrl, i
 
 void ClearProgram(Workspace& ws, int slot) {
   ProgramSlot& program = ws.Program(slot);
-  if (ws.RunningProgram != -1 || program.Rows.empty()) return;
-  while (!program.Rows.empty()) program.Rows.erase(program.Rows.begin());
+  if (ws.RunningProgram != -1) return;
+  // The "Start" row stays: rows dropped afterwards go below it, where they can be moved and
+  // removed (the first row never can).
+  const bool startRow = !program.Rows.empty() && program.Rows.front().Icon == kIconStart;
+  const std::size_t keep = startRow ? 1 : 0;
+  if (program.Rows.size() <= keep) return;
+  while (program.Rows.size() > keep) program.Rows.erase(program.Rows.begin() + keep);
   // An edit like any other: the next Start saves the empty program, closing asks first.
   program.Changed = true;
 }

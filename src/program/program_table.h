@@ -31,7 +31,8 @@ void ReadProgramFile(Workspace& ws, const std::string& path, int slot);
 // Saves the program of `slot`; asks for a name ("Save program as") when it is unnamed or
 // `ask` is set, refusing a name another slot holds ("Unable to save " name CR "This file is
 // opened by Orvex, choose another name."). A new file's directory is created with the user's
-// consent ("Failed to create (sub)directory!" otherwise; the program becomes "New" again).
+// consent ("Failed to create (sub)directory!" otherwise; the program becomes "New" again, its
+// caption too).
 // True when the file was written; the Changed flag is cleared then.
 bool SaveProgram(Workspace& ws, ProgramUi& ui, int slot, bool ask = false);
 
@@ -77,8 +78,8 @@ void RemoveMIButton(Workspace& ws, ProgramUi& ui, int slot, int selectedRow);
 // True when the key was one of these (or beeped).
 inline constexpr int kKeyDelete = 46, kKeyD = 68, kKeyS = 83;
 bool EditorKey(Workspace& ws, ProgramUi& ui, int slot, int keyCode, bool ctrl, int selectedRow);
-// "Clear program": every row removed, one at a time from the top, the "Start" row included;
-// no question; the program is marked changed. Does nothing while a program runs.
+// "Clear program": every row after the "Start" row removed; no question; the program is marked
+// changed. Does nothing while a program runs or when there is nothing to remove.
 void ClearProgram(Workspace& ws, int slot);
 // A drop of an MI list entry on row `targetRow` (-1: no row under the cursor, append at the
 // end): a row is inserted directly below it. The breakpoint entry (empty key or breakpoint

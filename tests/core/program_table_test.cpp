@@ -282,12 +282,13 @@ TEST_F(ProgramTableTest, RemovingRowsNeverTakesTheStartRow) {
   EXPECT_EQ(p.Rows.size(), 2u);
 
   p.Changed = false;
-  ClearProgram(ws, 1);  // every row, "Start" included: an edit to be saved
-  EXPECT_TRUE(p.Rows.empty());
+  ClearProgram(ws, 1);  // every row but "Start": an edit to be saved
+  ASSERT_EQ(p.Rows.size(), 1u);
+  EXPECT_EQ(p.Rows[0].Icon, kIconStart);
   EXPECT_TRUE(p.Changed);
   p.Changed = false;
   ClearProgram(ws, 1);
-  EXPECT_TRUE(p.Rows.empty());
+  EXPECT_EQ(p.Rows.size(), 1u);
   EXPECT_FALSE(p.Changed);
 }
 

@@ -226,11 +226,19 @@ TEST_F(ProgramEditorTest, DeleteAndCtrlDRemoveRowsButNeverTheFirstAndCtrlSSaves)
   EXPECT_EQ(dialogs.beeps, 0);
   EXPECT_TRUE(dialogs.shown.empty());
 
-  // "Clear program" empties the list without asking.
+  // "Clear program" empties the list down to "Start" without asking; the first row dropped
+  // afterwards lies below "Start", so it can be moved and removed like any other.
   e.button(kButtonClear)->trigger();
-  EXPECT_EQ(e.PG->topLevelItemCount(), 0);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start"}));
   e.button(kButtonClear)->trigger();
-  EXPECT_EQ(e.PG->topLevelItemCount(), 0);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start"}));
+  ASSERT_TRUE(e.dropMIRow(-1, {"MI2", "A", kIconMI}));
+  ASSERT_TRUE(e.dropMIRow(-1, {"MI3", "B", kIconMI}));
+  EXPECT_TRUE(e.moveRow(1, 2));
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "B", "A"}));
+  select(e, 2);
+  e.button(kButtonRemove)->trigger();
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "B"}));
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
@@ -382,6 +390,16 @@ TEST_F(ProgramEditorTest, SaveProgramAsRefusesAnOpenProgramsFile) {
   EXPECT_EQ(ws.Program(2).Name, "progs/copy.kvp");
   EXPECT_EQ(editor(2).windowTitle(), "copy");
   EXPECT_TRUE(dir.exists("app/progs/copy.kvp"));
+
+  // A save as that fails (the new directory refused) leaves an unnamed program, and the
+  // caption says so.
+  dialogs.file(app + "elsewhere/moved.kvp");
+  dialogs.answer(Answer::No);  // "Create (sub)directory?"
+  dialogs.answer(Answer::OK);  // "Failed to create (sub)directory!"
+  main->action("MenuRename")->trigger();
+  EXPECT_EQ(ws.Program(2).Name, "New");
+  EXPECT_EQ(editor(2).windowTitle(), "New");
+  EXPECT_FALSE(dir.exists("app/elsewhere"));
   EXPECT_TRUE(dialogs.scriptUsedUp());
 }
 

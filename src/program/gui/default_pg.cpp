@@ -283,8 +283,16 @@ void DefaultPG::render() {
   setWindowTitle(platform::FromBytes(p.Caption));
   PG->headerItem()->setText(0, platform::FromBytes(p.Status));
 
+  // A run that ends (reset, finish, failure) takes the selection with it: the row its mark
+  // selected must not be what the next "Remove MI" (the reset button a moment ago) removes.
+  const bool inRun = ws_.RunningProgram == slot_;
+  if (inRun_ && !inRun) {
+    PG->clearSelection();
+    PG->setCurrentItem(nullptr);
+  }
+  inRun_ = inRun;
   const int selected = selectedRow();
-  const bool halted = ws_.RunningProgram == slot_ && !ws_.EngineBusy;
+  const bool halted = inRun && !ws_.EngineBusy;
   const int current = halted ? p.CurrentRow : -1;
   const int rows = static_cast<int>(p.Rows.size());
   PG->setUpdatesEnabled(false);

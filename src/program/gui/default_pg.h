@@ -113,6 +113,7 @@ private:
   int slot_;
   std::array<QAction*, 8> buttons_{};
   int shownQubits_ = 0;
+  bool inRun_ = false;  // this program ran or was halted at the last render
 };
 
 } // namespace orvex
