@@ -9,6 +9,7 @@
 #include <QMdiSubWindow>
 #include <QMenu>
 #include <QMenuBar>
+#include <QStatusBar>
 #include <QToolBar>
 
 #include "app/icons.h"
@@ -86,6 +87,7 @@ Main0::Main0(Workspace& ws, QWidget* parent) : QMainWindow(parent), ws_(ws), ui_
   mdi_->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
   mdi_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
   setCentralWidget(mdi_);
+  statusBar()->setObjectName(QStringLiteral("StatusBar"));  // the run's progress and position
   buildMenus();
   buildToolbar();
 
@@ -165,6 +167,27 @@ void Main0::buildMenus() {
     a->setChecked(ws_.StepGranularity == i);
     steps->addAction(a);
     connect(a, &QAction::triggered, this, [this, i] { ws_.StepGranularity = i; });
+  }
+  settings->addSeparator()->setObjectName(QStringLiteral("MenuNiks4"));
+
+  // The integrator the engine is asked for at every start (EngineFlags word 1).
+  QMenu* integrator = settings->addMenu(QStringLiteral("Integrator"));
+  integrator->setObjectName(QStringLiteral("MenuIntegrator"));
+  integrator->menuAction()->setObjectName(QStringLiteral("MenuIntegrator"));
+  auto* orders = new QActionGroup(this);
+  orders->setExclusive(true);
+  const struct {
+    const char* name;
+    const char* caption;
+    std::int32_t word;
+  } integrators[] = {{"MenuIntegrator0", "Second order", kIntegratorSecondOrder},
+                     {"MenuIntegrator1", "Fourth order", kIntegratorFourthOrder}};
+  for (const auto& item : integrators) {
+    QAction* a = addItem(integrator, item.name, QString::fromLatin1(item.caption));
+    a->setCheckable(true);
+    a->setChecked(ws_.Integrator == item.word);
+    orders->addAction(a);
+    connect(a, &QAction::triggered, this, [this, word = item.word] { ws_.Integrator = word; });
   }
 
   QMenu* tools = menu("MenuProject", QStringLiteral("&Tools"));
@@ -251,6 +274,7 @@ void Main0::applyRunCommandStates(const RunCommandStates& states) {
   enable("MenuWindow", states.WindowMenu);
   for (const char* name : {"MenuSize0", "MenuSize1", "MenuSize2", "MenuSize3"}) enable(name, states.SizeItems);
   for (const char* name : {"MenuSteps0", "MenuSteps1", "MenuSteps2"}) enable(name, states.StepItems);
+  enable("MenuIntegrator", states.StepItems);  // like the granularity, fixed for a run
   enable("MenuBack", states.BackItem);
   enable("MenuProject", states.ToolsMenu);
   enable("MenuHelp", states.HelpMenu);

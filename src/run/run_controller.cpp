@@ -1,6 +1,10 @@
 // Start, Step, Back and Reset over the engine library.
 #include "run/run_controller.h"
 
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -45,25 +49,36 @@ void CallEngine(Kv3Entry engine, Workspace& ws, int slot, std::int32_t* status,
   ws.EngineProgramName = back;
 }
 
-// Marks of StepTable: 0 nothing recorded, 1 recorded at an unknown position, else 2 + the
-// position in the program's walk (run/run_position.h).
-std::int16_t MarkOf(int position) { return static_cast<std::int16_t>(position >= 0 ? position + 2 : 1); }
-int PositionOf(std::int16_t mark) { return mark >= 2 ? mark - 2 : -1; }
+// Marks of StepTable: 0 nothing recorded, 1 recorded at an unknown position, 2 recorded at the
+// position kept in StepEvent/StepDone.
+constexpr std::int16_t kMarkUnknown = 1, kMarkKnown = 2;
 
-// The row shown for a recorded mark; -1 when the position is unknown or cannot be placed.
-int RowOfMark(const Workspace& ws, int slot, std::int16_t mark) {
-  const int position = PositionOf(mark);
-  if (position <= 0) return position;  // 0: the "Start" row; -1: unknown
-  auto walk = WalkProgram(ws, slot, RunDirectoryOf(ws, slot));
-  return walk ? RowAt(*walk, position) : -1;
+std::optional<RunPosition> PositionOfStep(Workspace& ws, int index) {
+  if (index < 1 || index > kMaxSteps || ws.StepTable(index) != kMarkKnown) return std::nullopt;
+  return RunPosition{ws.StepEvent[index - 1], ws.StepDone[index - 1]};
 }
 
-// Appends the state in StartX/Y/Z as the next recorded step, at walk position `position`.
-void RecordStep(Workspace& ws, int slot, int position) {
+// The row and the status line for a recorded position; -1 and "" when it cannot be told
+// (the "Start" row is known without a walk).
+std::pair<int, std::string> Describe(const Workspace& ws, int slot,
+                                     const std::optional<RunPosition>& position) {
+  if (!position) return {-1, ""};
+  auto walk = WalkProgram(ws, slot, RunDirectoryOf(ws, slot));
+  if (!walk) return {*position == RunPosition{} ? 0 : -1, ""};
+  return {RowAt(*walk, *position), PositionText(*walk, *position)};
+}
+
+using QubitValues = std::array<double, kMaxQubits>;
+
+// Appends the state x, y, z as the next recorded step, at `position` (nullopt: unknown).
+void RecordStep(Workspace& ws, int slot, const std::optional<RunPosition>& position,
+                const QubitValues& x, const QubitValues& y, const QubitValues& z) {
   int index = RecordedSteps(ws) + 1;
   if (index > kMaxSteps) {  // full: the oldest entry goes
     for (int k = 1; k < kMaxSteps; ++k) {
       ws.StepTable(k) = ws.StepTable(k + 1);
+      ws.StepEvent[k - 1] = ws.StepEvent[k];
+      ws.StepDone[k - 1] = ws.StepDone[k];
       for (int q = 1; q <= kMaxQubits; ++q) {
         ws.HistoryX(q, k) = ws.HistoryX(q, k + 1);
         ws.HistoryY(q, k) = ws.HistoryY(q, k + 1);
@@ -73,30 +88,47 @@ void RecordStep(Workspace& ws, int slot, int position) {
     index = kMaxSteps;
   }
   for (int q = 1; q <= kMaxQubits; ++q) {
-    ws.HistoryX(q, index) = ws.StartX[q - 1];
-    ws.HistoryY(q, index) = ws.StartY[q - 1];
-    ws.HistoryZ(q, index) = ws.StartZ[q - 1];
+    ws.HistoryX(q, index) = x[q - 1];
+    ws.HistoryY(q, index) = y[q - 1];
+    ws.HistoryZ(q, index) = z[q - 1];
   }
-  ws.StepTable(index) = MarkOf(position);
+  ws.StepTable(index) = position ? kMarkKnown : kMarkUnknown;
+  ws.StepEvent[index - 1] = position ? position->event : 0;
+  ws.StepDone[index - 1] = position ? position->done : 0;
   ws.CurrentStep(slot) = static_cast<std::int16_t>(index - 1);
 }
 
-// The walk position a halt reaches from position `from`, and its row; -1 for both when it
-// cannot be told (see the header).
-std::pair<int, int> DeriveHalt(const Workspace& ws, int slot, int from, int mode,
-                               std::int32_t granularityWord) {
-  if (from < 0 || (mode == kModeStep && granularityWord != 0)) return {-1, -1};
+// The start of a run from idle, recorded as the first entry: the register |0…0> the engine
+// begins with, Q = (½, ½, 0) for every qubit, at the "Start" row. Whatever the displays
+// showed before (another run's end, nothing at all) is not the program's start.
+void RecordStart(Workspace& ws, int slot) {
+  QubitValues half, zero;
+  half.fill(0.5);
+  zero.fill(0.0);
+  RecordStep(ws, slot, RunPosition{}, half, half, zero);
+}
+
+// Where a halt from `from` stands, with its row and status line (see the header).
+struct Halt {
+  std::optional<RunPosition> position;
+  int row = -1;
+  std::string text;
+};
+Halt PlaceHalt(const Workspace& ws, int slot, const std::optional<RunPosition>& from, int mode,
+               std::int32_t granularityWord) {
+  if (!from) return {};
   auto walk = WalkProgram(ws, slot, RunDirectoryOf(ws, slot));
-  if (!walk) return {-1, -1};
-  auto position = NextHalt(*walk, from, mode);
-  if (!position) return {-1, -1};
-  return {*position, RowAt(*walk, *position)};
+  if (!walk) return {};
+  auto position = NextHalt(*walk, *from, mode, granularityWord);
+  if (!position) return {};
+  return {position, RowAt(*walk, *position), PositionText(*walk, *position)};
 }
 
 // The program goes back to idle after a failed run; the engine holds no run of it any more.
 void EndRunAfterFailure(Workspace& ws, RunUi& ui, int slot) {
   ws.EngineBusy = false;
   if (ws.RunningProgram != slot) return;
+  ui.showRunStatus("");
   ws.RunningProgram = -1;
   ws.CurrentStep(slot) = -1;
   ws.EngineEntry[slot - 1] = -1;
@@ -191,11 +223,13 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     if (ws.CurrentStep(slot) == -1 || fromIdle) ws.EngineEntry[slot - 1] = -1;
     if (fromIdle) {
       ws.EngineFlags.fill(0);
+      ws.EngineFlags[1] = ws.Integrator;
       const int g = ws.StepGranularity;
       ws.EngineFlags[3] = (g >= 0 && g <= 2) ? kGranularityWord[g] : 0;
-      RecordStep(ws, slot, 0);  // the start state, at the "Start" row
+      RecordStart(ws, slot);
     }
-    const int from = PositionOf(ws.StepTable(RecordedSteps(ws)));
+    // The engine goes on from the last recorded position, whichever one Back shows.
+    const auto from = PositionOfStep(ws, RecordedSteps(ws));
     const std::int32_t granularityWord = ws.EngineFlags[3];
 
     ws.RunningProgram = static_cast<std::int16_t>(slot);
@@ -210,13 +244,21 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     }
 
     const Kv3Entry engine = EngineLibrary::Load();
+    const auto began = std::chrono::steady_clock::now();
+    ui.showRunStatus(RunningText(0, 0));
     do {
       CallEngine(engine, ws, slot, &ws.EngineError, &ws.EngineEntry[slot - 1], ws.EngineX.data(),
                  ws.EngineY.data(), ws.EngineZ.data());
-      if (ws.AnimateQubits > 0) {
-        CopyEngineState(ws, slot);
-        ui.updateQubitDisplay(slot);
-        ui.qubitWindowFrame();
+      // A failed call's arrays hold nothing of this run (a start that failed before the
+      // register was built writes none): they are never shown.
+      if (ws.EngineError == 0) {
+        const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - began;
+        ui.showRunStatus(RunningText(ws.EngineFlags[2], elapsed.count()));
+        if (ws.AnimateQubits > 0) {
+          CopyEngineState(ws, slot);
+          ui.updateQubitDisplay(slot);
+          ui.qubitWindowFrame();
+        }
       }
       ui.processEvents();
       if (ws.RunningProgram != slot) break;  // reset from an event processed meanwhile
@@ -224,8 +266,7 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     ws.EngineBusy = false;
     if (ws.RunningProgram != slot) return;  // the reset did the bookkeeping
     if (ws.EngineError != 0) {
-      // The engine's arrays may still hold another run's values (a start that failed before
-      // the register was built writes none), so the program keeps the state it showed.
+      // The program keeps the state it showed before this call loop.
       HandleEngineError(ws, ui, slot, engine);
       ui.updateQubitDisplay(slot);
       return;
@@ -236,18 +277,19 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     ws.StartZ = ws.EngineZ;
     CopyEngineState(ws, slot);
     const bool halted = ws.EngineProgress[slot - 1] > 0;
-    const auto [position, row] =
-        halted ? DeriveHalt(ws, slot, from, mode, granularityWord) : std::pair<int, int>{-1, -1};
-    RecordStep(ws, slot, position);
+    const Halt halt = halted ? PlaceHalt(ws, slot, from, mode, granularityWord) : Halt{};
+    RecordStep(ws, slot, halt.position, ws.StartX, ws.StartY, ws.StartZ);
 
     program.Status = "Program halted";
-    program.CurrentRow = row;
+    program.CurrentRow = halt.row;
+    ui.showRunStatus(halt.text);
     if (!halted) {
       program.Status = "Program has finished";
       program.CurrentRow = -1;
       ws.CurrentStep(slot) = -1;
       ws.EngineEntry[slot - 1] = -1;
       ws.RunningProgram = -1;
+      ui.showRunStatus("");
       ui.enableRunCommands(slot, true);
     }
     ui.programChanged(slot);
@@ -283,7 +325,9 @@ void StepBack(Workspace& ws, RunUi& ui, int slot) {
     ws.QubitY(slot, q) = ws.HistoryY(q, index);
     ws.QubitZ(slot, q) = ws.HistoryZ(q, index);
   }
-  ws.Program(slot).CurrentRow = RowOfMark(ws, slot, ws.StepTable(index));
+  const auto [row, text] = Describe(ws, slot, PositionOfStep(ws, index));
+  ws.Program(slot).CurrentRow = row;
+  ui.showRunStatus(text);
   ui.programChanged(slot);
   ui.updateQubitDisplay(slot);
 }
@@ -293,11 +337,14 @@ void ResetProgram(Workspace& ws, RunUi& ui, int slot) {
   program.CurrentRow = -1;
   ui.programChanged(slot);
 
+  // While another program's run is on, only this slot's marks and boxes are cleared: the
+  // engine, the status line and the qubit window belong to that run.
   const bool otherRunOn = ws.RunningProgram > 0 && ws.RunningProgram != slot;
   if (!otherRunOn) {
     ws.EngineEntry[slot - 1] = -2;
     ws.RunningProgram = -1;
     ui.enableRunCommands(slot, true);
+    ui.showRunStatus("");
     ws.EngineFlags.fill(0);
     ws.EngineProgramName = EngineProgramNameFor(program.Name);
     std::int32_t status = 0;
@@ -312,9 +359,20 @@ void ResetProgram(Workspace& ws, RunUi& ui, int slot) {
   ws.CurrentStep(slot) = -1;
   ws.ProgramQubits(slot) = 0;
   ui.updateQubitDisplay(slot);
-  ui.refreshQubitWindow();
+  if (!otherRunOn) ui.refreshQubitWindow();
   program.Status = "Program reset";
   ui.programChanged(slot);
+}
+
+std::string RunningText(std::int32_t thousandths, double seconds) {
+  const int percent = std::clamp(thousandths, 0, 1000) / 10;
+  const long total = seconds > 0 ? static_cast<long>(seconds) : 0;
+  char clock[32];
+  if (total >= 3600)
+    std::snprintf(clock, sizeof clock, "%ld:%02ld:%02ld", total / 3600, total / 60 % 60, total % 60);
+  else
+    std::snprintf(clock, sizeof clock, "%ld:%02ld", total / 60, total % 60);
+  return "Running\xE2\x80\xA6 " + std::to_string(percent) + " % (" + clock + ")";
 }
 
 } // namespace orvex

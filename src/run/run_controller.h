@@ -3,23 +3,28 @@
 // of every open program. Qt-free; the windows are told what happened through RunUi.
 //
 // Step history. Entry k (1..1000) of HistoryX/Y/Z holds the qubit state of recorded step k,
-// StepTable(k) its mark: 0 nothing recorded, 1 a position that cannot be told, else 2 + the
-// position in the program's walk (run/run_position.h; 0 is the start). A start from idle
-// records the start state as entry 1 and sets CurrentStep to 0; every completed RunProgram (a
-// halt, the finish, an engine error) appends one entry after the last recorded one and sets
-// CurrentStep to that entry's index - 1, so CurrentStep + 1 indexes the entry shown. When the
-// table is full the oldest entry is dropped. Back moves CurrentStep one entry down (never
-// below 0, the oldest entry kept) and restores its state and row without calling the engine;
-// continuing afterwards appends after the last recorded entry, since the engine goes on from
-// where it stopped.
+// StepTable(k) its mark: 0 nothing recorded, 1 a position that cannot be told, 2 the position
+// in StepEvent/StepDone (run/run_position.h). A start from idle records the register the
+// engine starts from, |0…0> (Q = ½, ½, 0 for every qubit), as entry 1 at the "Start" row and
+// sets CurrentStep to 0; every completed RunProgram (a halt or the finish)
+// appends one entry after the last recorded one and sets CurrentStep to that entry's index
+// - 1, so CurrentStep + 1 indexes the entry shown. When the table is full the oldest entry is
+// dropped. Back moves CurrentStep one entry down (never below 0, the oldest entry kept) and
+// restores its state, row and status line without calling the engine; continuing afterwards
+// appends after the last recorded entry, since the engine goes on from where it stopped.
 //
-// Current row. The engine does not report its position, so the controller derives it from
-// the position of the last recorded entry: a run (mode 0) halts after the next breakpoint of
-// the walk, a step (mode 1) in program-step granularity after the next MI call; called
-// programs are expanded, their MIs and breakpoints marking the calling row. Steps of
-// main-step or all-step granularity, or a walk that cannot be made (a called program
-// unreadable), give an unknown position: the row is -1 then, and stays so until the next
-// start from idle. The row is shown in ProgramSlot::CurrentRow while halted, -1 otherwise.
+// Current row and status line. The engine does not report its position, so the controller
+// derives it from the position of the last recorded entry and the run's granularity
+// (run/run_position.h): a run halts after the next breakpoint, a step after the next MI, main
+// step or intermediate step; called programs are expanded, their MIs and breakpoints marking
+// the calling row. The row is shown in ProgramSlot::CurrentRow while halted (-1 otherwise, and
+// when a walk cannot be made: an MI or called program unreadable), the MI, "main step k of m"
+// and the program time in the run's status line (RunUi::showRunStatus). While the call loop
+// runs the status line shows the engine's progress word (EngineFlags word 2) and the time
+// taken (RunningText).
+//
+// Failed calls. The arrays of a call that returned an error are never copied into the
+// displays, animated or not: the program keeps what it showed.
 //
 // Errors. An engine error (non-zero status) makes the clean-up call, returns the program to
 // idle ("Program ready", commands enabled: the engine has abandoned the run) and then shows
@@ -29,6 +34,7 @@
 // preparation, which come before the engine is driven, are thrown to the caller (RuntimeError).
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "run/run_ui.h"
@@ -50,12 +56,18 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode);
 void StepBack(Workspace& ws, RunUi& ui, int slot);
 
 // Reset: back to idle, the engine told to abandon the run, the qubit display emptied
-// (ProgramQubits 0), status "Program reset". While another program's run is on, that run is
+// (ProgramQubits 0), the qubit window and the status line cleared, status "Program reset".
+// While another program's run is on, that run (with the qubit window and the status line) is
 // left alone and only this slot's marks and display are cleared.
 void ResetProgram(Workspace& ws, RunUi& ui, int slot);
 
 // The engine's program name field: FileNameOf(programName) padded with blanks, cut at 32.
 std::string EngineProgramNameFor(const std::string& programName);
+
+// The status line while the call loop runs: "Running… 43 % (0:12)", from the engine's progress
+// in thousandths (clamped to 0…1000) and the seconds since the loop began (h:mm:ss past an
+// hour).
+std::string RunningText(std::int32_t thousandths, double seconds);
 
 // The number of recorded steps of the current run (consecutive marked StepTable entries).
 int RecordedSteps(Workspace& ws);

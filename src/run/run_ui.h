@@ -4,6 +4,8 @@
 // workbench without windows needs.
 #pragma once
 
+#include <string>
+
 namespace orvex {
 
 class RunUi {
@@ -29,6 +31,9 @@ public:
   virtual void qubitWindowFrame() {}
   // Repaint the qubit window after a reset.
   virtual void refreshQubitWindow() {}
+  // The status line of the run: its progress while the call loop runs ("Running… 43 % (0:12)"),
+  // where a halted run stands (run/run_position.h), "" when no run is on.
+  virtual void showRunStatus(const std::string& /*text*/) {}
 
   // --- program table -----------------------------------------------------------------------
   // Show (create when needed) the editor of `slot`; the slot's Visible flag is already set.

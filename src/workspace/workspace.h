@@ -21,6 +21,9 @@ inline constexpr int kMaxPrograms = 10;
 inline constexpr int kMaxMIEditors = 10;
 inline constexpr int kMaxRows = 1000;
 inline constexpr int kMaxSteps = 1000;
+// The engine's integrators, as word 1 of EngineFlags asks for them at a start.
+inline constexpr std::int32_t kIntegratorSecondOrder = 0;
+inline constexpr std::int32_t kIntegratorFourthOrder = 4;
 inline constexpr int kFieldParameters = 12;
 // The ground state is computed only for registers up to this size.
 inline constexpr int kMaxGroundStateQubits = 8;
@@ -145,6 +148,11 @@ public:
   double& HistoryZ(int q, int step);
   bool EngineBusy = false;
   bool Closing = false;
+  // Where the run stood after recorded step k (index k - 1) when StepTable(k) says it is
+  // known: walk events passed and intermediate steps done in the MI under way
+  // (run/run_position.h).
+  std::array<std::int32_t, kMaxSteps> StepEvent{};
+  std::array<std::int64_t, kMaxSteps> StepDone{};
 
   // --- engine exchange area (binary-visible: 32-bit words and doubles) -------------------
   std::int32_t EngineError = 0;
@@ -161,6 +169,7 @@ public:
   std::int32_t AnimateQubits = 0;
   std::int32_t StepGranularity = 0;  // 0 program steps, 1 main steps, 2 all steps
   int QubitSize = 1;                 // 0 small, 1 normal, 2 large, 3 very large
+  std::int32_t Integrator = 0;       // EngineFlags word 1 at a start (kIntegrator...)
 
   // Uniform in [0, 1): the run-time's random generator (seeds of random initial states).
   double Rnd();

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
+#include "mi/mi_file.h"
 #include "run/run_commands.h"
 #include "run_fixture.h"
 
@@ -83,7 +86,8 @@ TEST_F(RunControllerTest, StepsAreRecordedAndBackRestoresThem) {
          "0 1 0 0  .2 0 0  0 0 0\n"
          "0 1 0 0  .3 0 0  0 0 0\n"
          "0 1 0 0  .4 0 0  0 0 0\n");
-  ws.QubitX(1, 1) = 0.75;  // the state shown before the run
+  ws.QubitX(1, 1) = 0.75;  // shown before the run: not the program's start
+  ws.QubitZ(1, 2) = 0.75;
 
   RunProgram(ws, ui, 1, kModeStep);
   EXPECT_EQ(ws.Program(1).CurrentRow, 1);  // INITIALIZE
@@ -103,14 +107,20 @@ TEST_F(RunControllerTest, StepsAreRecordedAndBackRestoresThem) {
   EXPECT_EQ(ws.Program(1).CurrentRow, 2);
   StepBack(ws, ui, 1);
   StepBack(ws, ui, 1);
+  // The "Start" row shows the register the engine starts from, |00>: Q = (½, ½, 0).
   EXPECT_EQ(ws.CurrentStep(1), 0);
-  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .75);
+  for (int q = 1; q <= 2; ++q) {
+    EXPECT_DOUBLE_EQ(ws.QubitX(1, q), .5);
+    EXPECT_DOUBLE_EQ(ws.QubitY(1, q), .5);
+    EXPECT_DOUBLE_EQ(ws.QubitZ(1, q), 0);
+  }
   EXPECT_EQ(ws.Program(1).CurrentRow, 0);
+  EXPECT_EQ(ui.status(), "Start, t = 0");
   EXPECT_EQ(dialogs.beeps, 0);
   StepBack(ws, ui, 1);  // nothing before the start
   EXPECT_EQ(dialogs.beeps, 1);
   EXPECT_EQ(ws.CurrentStep(1), 0);
-  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .75);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .5);
   EXPECT_EQ(Calls().size(), callsBefore);  // Back never calls the engine
   EXPECT_EQ(ws.RunningProgram, 1);
   EXPECT_EQ(ws.Program(1).Status, "Program halted");
@@ -120,6 +130,58 @@ TEST_F(RunControllerTest, StepsAreRecordedAndBackRestoresThem) {
   EXPECT_EQ(ws.CurrentStep(1), 4);
   EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .4);
   EXPECT_EQ(ws.Program(1).CurrentRow, -1);  // no MI row after B
+  EXPECT_TRUE(dialogs.shown.empty());
+
+  // After a run to the end the next start is from |00> again, not from the end's values.
+  Script("0 0 0 0  1 1 1  1 1 1\n0 1 0 0  .2 .2 .2  .2 .2 .2\n");
+  std::remove((dir.path() + "calls.log").c_str());
+  RunProgram(ws, ui, 1, kModeRun);
+  ASSERT_EQ(ws.RunningProgram, -1);
+  ASSERT_DOUBLE_EQ(ws.QubitZ(1, 1), 1);
+  RunProgram(ws, ui, 1, kModeStep);
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 0);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 2), .5);
+  EXPECT_DOUBLE_EQ(ws.QubitZ(1, 1), 0);
+}
+
+TEST_F(RunControllerTest, FineStepsMarkTheMIUnderWayAndTheStatusLineSaysWhere) {
+  // A: 2 main steps of 2 intermediate steps, τ = 0.5; INITIALIZE and B have no steps.
+  MicroInstruction a;
+  a.FieldSteps = 2;
+  a.IntermediateSteps = 2;
+  a.TimeStep = 0.5;
+  dir.write("app/MI/demo/A.MI", FormatMI(a, 2, 0.5));
+  ws.StepGranularity = 2;  // all steps
+  // The first step returns early twice ("call again") before it is done.
+  Script("0 1 1 0 w2=430\n0 1 1 0\n0 1 0 0\n0 1 0 0\n0 1 0 0\n0 1 0 0\n0 1 0 0\n");
+
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(Calls().size(), 3u);
+  EXPECT_EQ(ws.CurrentStep(1), 1);  // one step, however many calls
+  EXPECT_EQ(ws.Program(1).CurrentRow, 1);
+  EXPECT_EQ(ui.status(), "INITIALIZE, main step 0 of 0, t = 0");
+  // While the calls went on the status line showed the engine's progress word.
+  ASSERT_GE(ui.statuses.size(), 2u);
+  EXPECT_EQ(ui.statuses[1].rfind("Running\xE2\x80\xA6 43 % (", 0), 0u) << ui.statuses[1];
+
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 2);
+  EXPECT_EQ(ui.status(), "A, main step 1 of 2, intermediate step 1 of 2, t = 0.25");
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 2);
+  EXPECT_EQ(ui.status(), "A, main step 1 of 2, t = 0.5");
+  // A run from inside A finishes it and halts after the breakpoint.
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 3);
+  EXPECT_EQ(ui.status(), "Breakpoint, t = 1");
+  StepBack(ws, ui, 1);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 2);
+  EXPECT_EQ(ui.status(), "A, main step 1 of 2, t = 0.5");
+  // Steps go on from where the engine stopped: B, after the breakpoint.
+  RunProgram(ws, ui, 1, kModeStep);
+  EXPECT_EQ(ws.Program(1).CurrentRow, 4);
+  EXPECT_EQ(ui.status(), "B, main step 0 of 0, t = 1");
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
@@ -178,17 +240,21 @@ TEST_F(RunControllerTest, AnUnreadableCalledProgramLeavesTheRowUnknown) {
   EXPECT_EQ(ws.Program(1).CurrentRow, 0);
 }
 
-TEST_F(RunControllerTest, GranularityIsSetOnlyWhenStartingFromIdle) {
+TEST_F(RunControllerTest, GranularityAndIntegratorAreSetOnlyWhenStartingFromIdle) {
   Script("0 1 0 0\n0 1 0 0\n0 0 0 0\n0 1 0 0\n");
   ws.StepGranularity = 1;
+  ws.Integrator = kIntegratorFourthOrder;
   RunProgram(ws, ui, 1, kModeStep);
-  EXPECT_TRUE(Has(Calls()[0], "flags=0,0,0,-1")) << Calls()[0];
-  EXPECT_EQ(ws.Program(1).CurrentRow, -1);  // main steps: the row cannot be told
-  ws.StepGranularity = 2;  // takes effect at the next start from idle
+  EXPECT_TRUE(Has(Calls()[0], "flags=0,4,0,-1")) << Calls()[0];
+  EXPECT_EQ(ws.Program(1).CurrentRow, 1);  // INITIALIZE: no main steps, one step
+  ws.StepGranularity = 2;  // both take effect at the next start from idle
+  ws.Integrator = kIntegratorSecondOrder;
   RunProgram(ws, ui, 1, kModeStep);
-  EXPECT_TRUE(Has(Calls()[1], "flags=0,0,0,-1")) << Calls()[1];
+  EXPECT_TRUE(Has(Calls()[1], "flags=0,4,0,-1")) << Calls()[1];
+  EXPECT_EQ(ws.Program(1).CurrentRow, 2);
   RunProgram(ws, ui, 1, kModeRun);  // ends
   ASSERT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(ui.status(), "");
   RunProgram(ws, ui, 1, kModeStep);
   EXPECT_TRUE(Has(Calls()[3], "entry=-1 flags=0,0,0,1")) << Calls()[3];
 }
@@ -236,6 +302,30 @@ TEST_F(RunControllerTest, EngineErrorMakesTheCleanUpCallBeforeTheMessage) {
   EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), 0.5);
 }
 
+TEST_F(RunControllerTest, AFailedAnimatedStartShowsNoValues) {
+  // The engine's arrays hold zeros (Q = 0, 0, 0 is no state at all) when a start fails.
+  Script("-1001 1 0 0 | MI file NOPE.MI does not exist\n");
+  dialogs.answer(Answer::OK);
+  ws.AnimateQubits = 1;
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_EQ(ws.ProgramQubits(1), 0);  // a fresh program: still no boxes
+  EXPECT_EQ(ui.frames, 0);
+  EXPECT_EQ(ui.status(), "");
+
+  // After a run the boxes keep that run's values.
+  Script("0 0 0 0  .3 .3 .3  .3 .3 .3\n-1001 1 0 0\n");
+  std::remove((dir.path() + "calls.log").c_str());
+  RunProgram(ws, ui, 1, kModeRun);
+  const int frames = ui.frames;
+  dialogs.answer(Answer::OK);
+  ws.EngineX.fill(0);
+  RunProgram(ws, ui, 1, kModeRun);
+  EXPECT_EQ(ui.frames, frames);
+  EXPECT_EQ(ws.ProgramQubits(1), 2);
+  EXPECT_DOUBLE_EQ(ws.QubitX(1, 1), .3);
+  EXPECT_EQ(dialogs.shown.size(), 2u);
+}
+
 TEST_F(RunControllerTest, UnknownEngineCodeStillShowsACriticalBox) {
   Script("-777 0 0 0\n");
   dialogs.answer(Answer::OK);
@@ -268,8 +358,11 @@ TEST_F(RunControllerTest, AnotherProgramIsRefusedWhileOneIsHalted) {
   StepBack(ws, ui, -1);  // "&Back" with no run would pass -1; refused the same way
   EXPECT_EQ(dialogs.messages().back(), "Cannot step back, start this Quantum Program and try again");
 
-  // Resetting the other program leaves the halted run alone.
+  // Resetting the other program leaves the halted run alone, status line included.
+  const std::string halted = ui.status();
+  EXPECT_EQ(halted, "Breakpoint, t = 0");
   ResetProgram(ws, ui, 2);
+  EXPECT_EQ(ui.status(), halted);
   EXPECT_EQ(ws.RunningProgram, 1);
   EXPECT_EQ(Calls().size(), 1u);
   EXPECT_EQ(ws.Program(2).Status, "Program reset");
@@ -289,7 +382,7 @@ TEST_F(RunControllerTest, AnotherProgramIsRefusedWhileOneIsHalted) {
   EXPECT_EQ(ws.ProgramQubits(1), 0);
   EXPECT_EQ(ws.Program(1).Status, "Program reset");
   EXPECT_EQ(ws.Program(1).CurrentRow, -1);
-  EXPECT_EQ(ui.count("refresh qubit window"), 2);  // both resets
+  EXPECT_EQ(ui.count("refresh qubit window"), 1);  // the other program's reset left it alone
 
   // Now program 2 may run; it is prepared in the same directory and starts from its beginning.
   RunProgram(ws, ui, 2, kModeRun);
@@ -353,21 +446,27 @@ TEST_F(RunControllerTest, AnimationCopiesEveryCallIntoTheDisplay) {
 }
 
 TEST_F(RunControllerTest, ResetFromInsideTheCallLoopEndsTheRun) {
-  Script("0 1 1 0\n0 1 1 0\n0 1 1 0\n0 0 0 0\n");
-  struct ResettingUi : RecordingUi {
-    Workspace* ws = nullptr;
-    void processEvents() override {
-      if (++eventPumps == 2) ResetProgram(*ws, *this, 1);
-    }
-  } resetting;
-  resetting.ws = &ws;
-  RunProgram(ws, resetting, 1, kModeRun);
-  auto calls = Calls();
-  ASSERT_EQ(calls.size(), 3u);  // two ordinary calls and the reset call
-  EXPECT_TRUE(Has(calls[2], "entry=-2")) << calls[2];
-  EXPECT_EQ(ws.RunningProgram, -1);
-  EXPECT_FALSE(ws.EngineBusy);
-  EXPECT_EQ(ws.Program(1).Status, "Program reset");
+  // Steps return early ("call again") as runs do; a reset arriving meanwhile ends either.
+  for (int mode : {kModeRun, kModeStep}) {
+    Script("0 1 1 0\n0 1 1 0\n0 1 1 0\n0 0 0 0\n");
+    std::remove((dir.path() + "calls.log").c_str());
+    struct ResettingUi : RecordingUi {
+      Workspace* ws = nullptr;
+      void processEvents() override {
+        if (++eventPumps == 2) ResetProgram(*ws, *this, 1);
+      }
+    } resetting;
+    resetting.ws = &ws;
+    RunProgram(ws, resetting, 1, mode);
+    auto calls = Calls();
+    ASSERT_EQ(calls.size(), 3u);  // two ordinary calls and the reset call
+    EXPECT_TRUE(Has(calls[1], "runMode=" + std::to_string(mode) + " ")) << calls[1];
+    EXPECT_TRUE(Has(calls[2], "entry=-2")) << calls[2];
+    EXPECT_EQ(ws.RunningProgram, -1);
+    EXPECT_FALSE(ws.EngineBusy);
+    EXPECT_EQ(ws.Program(1).Status, "Program reset");
+    EXPECT_EQ(resetting.status(), "");
+  }
 }
 
 TEST_F(RunControllerTest, StartsArrivingInsideTheCallLoop) {
@@ -420,6 +519,13 @@ TEST(RunCommands, TheEnablingRule) {
     EXPECT_TRUE(s->EditorButtons[kButtonRemove]);
   }
   EXPECT_STREQ(kEditorButtonTips[kButtonRemove], "Remove MI");
+}
+
+TEST(RunningText, ShowsPercentAndElapsedTime) {
+  EXPECT_EQ(RunningText(430, 12.7), "Running\xE2\x80\xA6 43 % (0:12)");
+  EXPECT_EQ(RunningText(1000, 3725), "Running\xE2\x80\xA6 100 % (1:02:05)");
+  EXPECT_EQ(RunningText(-3, 0), "Running\xE2\x80\xA6 0 % (0:00)");
+  EXPECT_EQ(RunningText(5000, 61), "Running\xE2\x80\xA6 100 % (1:01)");
 }
 
 TEST(EngineProgramName, IsTheFileNamePaddedAndCut) {

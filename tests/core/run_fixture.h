@@ -41,6 +41,7 @@ public:
   void programChanged(int slot) override { events.push_back("changed " + std::to_string(slot)); }
   void qubitWindowFrame() override { ++frames; }
   void refreshQubitWindow() override { events.push_back("refresh qubit window"); }
+  void showRunStatus(const std::string& text) override { statuses.push_back(text); }
   void showEditor(int slot) override { events.push_back("show " + std::to_string(slot)); }
   void arrangeWindows() override { events.push_back("arrange"); }
 
@@ -50,7 +51,11 @@ public:
     return n;
   }
 
+  // The status line as last shown ("" before anything was).
+  std::string status() const { return statuses.empty() ? "" : statuses.back(); }
+
   std::vector<std::string> events;
+  std::vector<std::string> statuses;  // every status line shown, in order
   int eventPumps = 0;
   int frames = 0;
   std::function<void(bool)> onEnable;

@@ -6,9 +6,12 @@
 //
 // Script (file named by ORVEX_FAKE_SCRIPT; one line per ordinary call, in order; blank lines
 // and lines starting with "#" are skipped):
-//   STATUS PROGRESS FLAGS0 ENTRY [X1 Y1 Z1 [X2 Y2 Z2 ...]] [| REASON]
+//   STATUS PROGRESS FLAGS0 ENTRY [w2=W] [X1 Y1 Z1 [X2 Y2 Z2 ...]] [| REASON]
 // The call returns *status = STATUS, *progress = PROGRESS, flags[0] = FLAGS0, *entry = ENTRY
 // and writes the given qubit values into x, y, z (qubits not given keep what was passed in).
+// FLAGS0 = 1 is an early return ("call again"), in step mode as in run mode. "w2=W" writes W
+// into flags[2], the engine's progress through the program in thousandths; without it the
+// word keeps what was passed in.
 // With "| REASON" the line "error STATUS: program.kvp:1: REASON" is appended to kv1dll.log in
 // the current directory. An ordinary call beyond the script ends the program: status 0,
 // progress 0, flags[0] 0, entry 0.
@@ -114,6 +117,11 @@ extern "C" __attribute__((visibility("default"))) void kv3dll(
   *progress = p;
   flags[0] = f0;
   *entry = e;
+  if (in >> std::ws && in.peek() == 'w') {
+    std::string word;
+    in >> word;
+    if (word.rfind("w2=", 0) == 0) flags[2] = std::atoi(word.c_str() + 3);
+  }
   double v[3];
   for (int q = 0; q < 32 && (in >> v[0] >> v[1] >> v[2]); ++q) {
     x[q] = v[0];

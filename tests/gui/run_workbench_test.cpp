@@ -3,6 +3,7 @@
 // header, the current-row mark, the qubit boxes and the enabling of menus and tool bars.
 #include <fstream>
 
+#include <QStatusBar>
 #include <QToolBar>
 
 #include "miset/gui/mi_list_window.h"
@@ -69,6 +70,7 @@ TEST_F(RunWorkbenchTest, EditorToolBarRunsHaltsStepsGoesBackAndFinishes) {
 
   e.button(kButtonRun)->trigger();
   EXPECT_EQ(header(e), "Program halted");
+  EXPECT_EQ(main->statusBar()->currentMessage(), "Breakpoint, t = 0");
   EXPECT_EQ(ws.RunningProgram, slot);
   EXPECT_EQ(ws.Program(slot).CurrentRow, 2);
   EXPECT_TRUE(bold(e, 2));
@@ -164,11 +166,14 @@ TEST_F(RunWorkbenchTest, ToolsMenuRunsTheActiveProgramAndTheRunControlReadsStop)
   EXPECT_GE(workbench->qubitWindow()->framesDrawn(), 3);
   EXPECT_DOUBLE_EQ(workbench->qubitWindow()->box(1)->A(), 1.0);
 
-  // "Remove MI" on the running program resets it and removes nothing.
+  // "Remove MI" on the running program resets it and removes nothing; the reset takes the
+  // selection along, so pressing the same button again removes nothing either.
   select(e, 1);
   e.button(kButtonRemove)->trigger();
   EXPECT_EQ(header(e), "Program reset");
   EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(e.selectedRow(), -1);
+  e.button(kButtonRemove)->trigger();
   EXPECT_EQ(rowTexts(e), (QStringList{"Start", "A", "Breakpoint", "B"}));
   EXPECT_FALSE(ws.Program(slot).Changed);
   expectCommandsEnabled(true, slot);
@@ -199,6 +204,77 @@ TEST_F(RunWorkbenchTest, ToolsMenuRunsTheActiveProgramAndTheRunControlReadsStop)
   // Unchecking the animation takes the qubit window away.
   main->action("MenuShowQubits")->trigger();
   EXPECT_EQ(workbench->qubitWindow(), nullptr);
+}
+
+TEST_F(RunWorkbenchTest, TheQubitWindowFollowsBackAndResetAndNeverShowsAFailedStart) {
+  ScriptedDialogs dialogs;
+  script("-1001 0 0 0 | no such file\n"
+         "0 1 1 5 w2=500 0.9 0.9 0.9 0.9 0.9 0.9\n"  // an early return inside the first step
+         "0 1 0 5 1 0 0.5 0 1 0.5\n"
+         "0 1 0 5 0.5 0.5 1 0.5 0.5 0\n"
+         "0 1 0 5 0.2 0.2 0.2 0.2 0.2 0.2\n");
+  main->action("MenuShowQubits")->trigger();
+  sQubit* window = workbench->qubitWindow();
+  ASSERT_NE(window, nullptr);
+  DefaultPG& e = editor(slot);
+  auto sphere = [&](int q) {
+    return std::vector<double>{window->box(q)->A(), window->box(q)->B(), window->box(q)->C()};
+  };
+
+  // The failed start leaves the spheres at their centre, not at (0, 0, 0).
+  dialogs.answer(Answer::OK);
+  e.button(kButtonStep)->trigger();
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(sphere(1), (std::vector<double>{0.5, 0.5, 0.5}));
+  EXPECT_FALSE(e.Qubit[0]->isVisible());
+
+  // While the call loop runs the status bar shows the engine's progress.
+  QString during;
+  QTimer::singleShot(0, [&] { QTimer::singleShot(0, [&] { during = main->statusBar()->currentMessage(); }); });
+  e.button(kButtonStep)->trigger();
+  EXPECT_TRUE(during.startsWith(QStringLiteral("Running\u2026 50 % (0:"))) << during.toStdString();
+  EXPECT_EQ(main->statusBar()->currentMessage(), "A, main step 0 of 0, t = 0");
+  e.button(kButtonStep)->trigger();
+  EXPECT_EQ(sphere(1), (std::vector<double>{0.5, 0.5, 1}));
+  EXPECT_EQ(ws.Program(slot).CurrentRow, 3);
+
+  // Back: the spheres show what the boxes show.
+  e.button(kButtonBack)->trigger();
+  EXPECT_EQ(sphere(1), (std::vector<double>{1, 0, 0.5}));
+  EXPECT_EQ(sphere(2), (std::vector<double>{0, 1, 0.5}));
+  EXPECT_EQ(tip(e, 1), "x = 1.000 ,y = 0.000 ,z = 0.500");
+  e.button(kButtonBack)->trigger();  // the start: |00>
+  EXPECT_EQ(sphere(2), (std::vector<double>{0.5, 0.5, 0}));
+  EXPECT_EQ(tip(e, 2), "x = 0.500 ,y = 0.500 ,z = 0.000");
+  EXPECT_EQ(main->statusBar()->currentMessage(), "Start, t = 0");
+
+  // Reset: boxes gone, spheres back at their centre, status line cleared.
+  e.button(kButtonStep)->trigger();
+  e.button(kButtonRemove)->trigger();
+  EXPECT_EQ(header(e), "Program reset");
+  EXPECT_FALSE(e.Qubit[0]->isVisible());
+  EXPECT_EQ(sphere(1), (std::vector<double>{0.5, 0.5, 0.5}));
+  EXPECT_EQ(main->statusBar()->currentMessage(), "");
+}
+
+TEST_F(RunWorkbenchTest, TheIntegratorSettingGoesToTheEngineAtAStart) {
+  ScriptedDialogs dialogs;
+  script("0 1 0 5\n");
+  QAction* second = main->action("MenuIntegrator0");
+  QAction* fourth = main->action("MenuIntegrator1");
+  ASSERT_NE(second, nullptr);
+  ASSERT_NE(fourth, nullptr);
+  EXPECT_EQ(second->text(), "Second order");
+  EXPECT_EQ(fourth->text(), "Fourth order");
+  EXPECT_TRUE(second->isChecked());
+  fourth->trigger();
+  EXPECT_TRUE(fourth->isChecked());
+  EXPECT_FALSE(second->isChecked());
+  EXPECT_EQ(ws.Integrator, kIntegratorFourthOrder);
+  editor(slot).button(kButtonRun)->trigger();
+  ASSERT_EQ(calls().size(), 1u);
+  EXPECT_NE(calls()[0].find("entry=-1 flags=0,4,0,0 "), std::string::npos) << calls()[0];
+  EXPECT_FALSE(enabled("MenuIntegrator"));  // with the rest of the Settings menu
 }
 
 TEST_F(RunWorkbenchTest, EngineErrorsAreShownAndTheProgramReturnsToIdle) {

@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QMdiArea>
 #include <QMdiSubWindow>
+#include <QStatusBar>
 
 #include "app/about_dialog.h"
 #include "app/help.h"
@@ -14,6 +15,7 @@
 #include "app/main0.h"
 #include "miset/miset_ui.h"
 #include "platform/dialogs.h"
+#include "platform/gui/qt_text.h"
 #include "platform/gui/twips.h"
 #include "program/gui/default_pg.h"
 #include "program/program_table.h"
@@ -84,6 +86,15 @@ int ProgramWorkbench::activeSlot() const {
 
 void ProgramWorkbench::updateQubitDisplay(int slot) {
   if (DefaultPG* e = editor(slot)) e->updateQubitDisplay();
+  // The qubit window shows the program whose run is on (or the one just ended) the way its
+  // boxes do: after a halt, a Back, a reset, a failed start. A program without values (none
+  // yet, or reset) leaves every sphere at its centre.
+  if (!qubitWindow_ || (ws_.RunningProgram != -1 && ws_.RunningProgram != slot)) return;
+  const int shown = ws_.ProgramQubits(slot);
+  for (int q = 1; q <= qubitWindow_->qubits(); ++q) {
+    if (q <= shown) qubitWindow_->ShowValues(q, ws_.QubitX(slot, q), ws_.QubitY(slot, q), ws_.QubitZ(slot, q));
+    else qubitWindow_->ShowValues(q, 0.5, 0.5, 0.5);
+  }
 }
 
 void ProgramWorkbench::processEvents() { QCoreApplication::processEvents(); }
@@ -110,6 +121,10 @@ void ProgramWorkbench::refreshQubitWindow() {
   if (!qubitWindow_) return;
   // The run was abandoned: every sphere back to its centre, without an arrow.
   for (int q = 1; q <= qubitWindow_->qubits(); ++q) qubitWindow_->ShowValues(q, 0.5, 0.5, 0.5);
+}
+
+void ProgramWorkbench::showRunStatus(const std::string& text) {
+  main_.statusBar()->showMessage(platform::FromBytes(text));
 }
 
 void ProgramWorkbench::showEditor(int slot) {

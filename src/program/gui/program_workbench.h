@@ -47,6 +47,7 @@ public:
   void programChanged(int slot) override;
   void qubitWindowFrame() override;
   void refreshQubitWindow() override;
+  void showRunStatus(const std::string& text) override;
   void showEditor(int slot) override;
   void arrangeWindows() override;
 
