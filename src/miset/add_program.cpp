@@ -36,13 +36,23 @@ int AddQuantumProgram(Workspace& ws, MISetUi& ui) {
     }
   }
 
+  // Programs call the entry as "@" + name + ".MP", and a call ends at "!" or "#".
+  const std::string entryName = NameWithoutExtension(FileNameOf(relative));
+  if (entryName.find_first_of("#!") != std::string::npos) {
+    platform::MsgBox("The program " + entryName + " cannot be added." + platform::CR +
+                         "Programs call it by its name, and a call ends at # or !." +
+                         platform::CR + "Save the program under another name first.",
+                     platform::Icon::Critical, platform::Buttons::OK);
+    return 0;
+  }
+
   const int n = NewMIRecord(ws);
   MicroInstruction& mi = ws.MITable(n);
   mi.InUse = true;
   mi.IsOpen = false;
   mi.IsNew = false;
   mi.Description = "Run: " + relative;
-  mi.Name = NameWithoutExtension(FileNameOf(relative)) + ".MP";
+  mi.Name = entryName + ".MP";
   try {
     WriteMPFile(ws.MISetPath + mi.Name, mi);
   } catch (...) {

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <filesystem>
+#include <memory>
 
 #include "mi/mi_file.h"
 #include "miset/mi_list.h"
@@ -66,6 +67,14 @@ bool CheckMIName(const std::string& shownName) {
     platform::MsgBox("The micro instruction needs a name.", Icon::Critical, Buttons::OK);
     return false;
   }
+  // A program calls an MI as "@" + name + ".MI", and its reader ends a call at the first
+  // "!" or "#" (a comment follows): such a name would come back cut.
+  if (name.find_first_of("#!") != std::string::npos) {
+    platform::MsgBox("The name " + name + " cannot be used for a micro instruction." + CR +
+                         "Programs call an MI by its name, and a call ends at # or !.",
+                     Icon::Critical, Buttons::OK);
+    return false;
+  }
   for (unsigned char ch : name) {
     if (ch < 32 || ch == 127 || std::string("/\\:*?\"<>|").find(static_cast<char>(ch)) != std::string::npos) {
       platform::MsgBox(std::string("The name ") + name + " cannot be used for a file." + CR +
@@ -75,6 +84,31 @@ bool CheckMIName(const std::string& shownName) {
     }
   }
   return true;
+}
+
+std::string DescriptionAsReadBack(const std::string& description) {
+  // Only the description matters: no qubits, an MI that is not the initialisation MI.
+  auto mi = std::make_unique<MicroInstruction>();
+  mi->Description = description;
+  const std::string text = FormatMI(*mi, 0, 0.0);
+  auto back = std::make_unique<MicroInstruction>();
+  try {
+    ParseMI(text, *back);
+  } catch (const RuntimeError&) {
+    return {};
+  }
+  return back->Description;
+}
+
+bool CheckMIDescription(const std::string& description) {
+  const std::string wanted = description.empty() ? std::string("(none)") : description;
+  const std::string back = DescriptionAsReadBack(description);
+  if (back == wanted) return true;
+  platform::MsgBox("The description cannot be saved as it stands:" + std::string(1, CR) +
+                       "the MI file would give it back as \"" + back + "\"." + CR +
+                       "A description is one line of text; change it and try again.",
+                   Icon::Critical, Buttons::OK);
+  return false;
 }
 
 std::vector<std::pair<int, int>> QubitPairs(int qubits) {
@@ -147,6 +181,8 @@ void RestoreRecord(Workspace& ws, int n, const MicroInstruction& before) {
 
 bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
   if (!CheckMIName(edit.Name)) return false;
+  const std::string description = Trim(edit.Description);
+  if (!CheckMIDescription(description)) return false;
   MicroInstruction& mi = ws.MITable(n);
   const std::string name = RecordNameFor(edit.Name, mi.Name);
   if (IsInitializeMI(name) && edit.InitialState == GroundState &&
@@ -159,7 +195,7 @@ bool StoreMIEdit(Workspace& ws, int n, const MIEdit& edit) {
   const MicroInstruction before = mi;
   const std::string previousName = mi.Name;
   mi.Name = name;
-  mi.Description = edit.Description;
+  mi.Description = description;
   mi.TimeStep = edit.TimeStep;
   mi.TimeStepInPi = edit.TimeStepInPi ? 1 : 0;
   mi.FieldSteps = edit.FieldSteps;

@@ -33,8 +33,15 @@ void ReportNotAWholeNumber(const std::string& where, const std::string& text);
 // record's ".MI" extension again unless it already ends in ".MI" (any case).
 std::string EditableName(const std::string& recordName);
 std::string RecordNameFor(const std::string& shownName, const std::string& recordName);
-// False, after a message, for an empty name or one with a character a file name cannot hold.
+// False, after a message, for an empty name, one with a character a file name cannot hold,
+// or one holding "#" or "!" (a program's call of the MI would end there).
 bool CheckMIName(const std::string& shownName);
+// The description as the MI file gives it back after a save (written and read again).
+std::string DescriptionAsReadBack(const std::string& description);
+// False, after a message, for a description the MI file cannot give back as it is (written
+// and read again it differs: a line break, a line the reader would take for a keyword). An
+// empty description is saved as "(none)" and passes.
+bool CheckMIDescription(const std::string& description);
 
 // Everything the editor shows, as values.
 struct MIEdit {

@@ -173,6 +173,9 @@ void OpenMISet(Workspace& ws, MISetUi& ui) {
   if (!IsSeparator(ws.MISetPath.back())) ws.MISetPath += "/";
   ws.MIList.Caption = "Set: " + SetNameOf(ws.MISetPath);
 
+  // Temporaries of writes that a crash or a kill interrupted go; the files they were for
+  // still hold their last complete content.
+  RemoveStaleTemporaries(ws.MISetPath);
   ReadQubitsFile(ws);
   try {
     LoadMIFiles(ws);

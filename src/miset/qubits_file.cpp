@@ -46,10 +46,17 @@ void ReadQubitsFile(Workspace& ws) {
   ws.NumberOfQubits = n;
 }
 
+std::string QubitsFilePath(const Workspace& ws) {
+  if (std::optional<std::string> existing = FindPath(ws.MISetPath, kQubitsFile)) return *existing;
+  return ws.MISetPath + kQubitsFile;
+}
+
+std::string QubitsFileBytes(int numberOfQubits) {
+  return Str(static_cast<std::int64_t>(numberOfQubits)) + " \r\n";
+}
+
 void WriteQubitsFile(const Workspace& ws) {
-  std::string path = ws.MISetPath + kQubitsFile;
-  if (std::optional<std::string> existing = FindPath(ws.MISetPath, kQubitsFile)) path = *existing;
-  WriteWholeFile(path, Str(static_cast<std::int64_t>(ws.NumberOfQubits)) + " \r\n");
+  WriteWholeFile(QubitsFilePath(ws), QubitsFileBytes(ws.NumberOfQubits));
 }
 
 std::string MISetContainer(const Workspace& ws) {

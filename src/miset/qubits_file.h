@@ -12,6 +12,10 @@ namespace orvex {
 // name the file. NumberOfQubits is unchanged on error.
 void ReadQubitsFile(Workspace& ws);
 void WriteQubitsFile(const Workspace& ws);
+// The path WriteQubitsFile writes (an existing qubits.dat in whatever case it has) and the
+// bytes it writes for `numberOfQubits`, for writers that land it together with other files.
+std::string QubitsFilePath(const Workspace& ws);
+std::string QubitsFileBytes(int numberOfQubits);
 
 // The container of all sets: AppDir + the existing "MI" directory in whatever case it has on
 // disk, else AppDir + "MI/". Ends in "/".

@@ -1,6 +1,7 @@
 #include "miset/set_commands.h"
 
 #include <cstdio>
+#include <filesystem>
 
 #include "mi/initialize.h"
 #include "miset/mi_list.h"
@@ -72,6 +73,7 @@ bool NewMISet(Workspace& ws, MISetUi& ui) {
   // The old set's MIs go before anything can fail, so that none of them is ever saved into
   // the new directory.
   ClearMITable(ws);
+  RemoveStaleTemporaries(setPath);
   ReadQubitsFile(ws);
   try {
     LoadMIFiles(ws);
@@ -91,16 +93,27 @@ bool CopyMISet(Workspace& ws, MISetUi& ui) {
   const std::string name = AskName(ui, "Copy MI set");
   if (name.empty()) return false;
   const std::string path = MISetContainer(ws) + name + "/";
+  const bool existed = DirectoryExists(path);
   if (!EnsureDirectory(path)) return false;
   const std::string dir = ResolvePath(path).value_or(path);
   const std::string target = dir.back() == '/' ? dir : dir + "/";
 
-  for (const char* ext : {".MI", ".MP"})
-    for (const std::string& f : ListFiles(ws.MISetPath, ext))
-      CopyWholeFile(ws.MISetPath + f, target + f);
-  WriteQubitsFile(ws);
-  const std::string qubits = FindPath(ws.MISetPath, "qubits.dat").value_or(ws.MISetPath + "qubits.dat");
-  CopyWholeFile(qubits, target + "qubits.dat");
+  // The source set is only read: its qubits.dat is written straight into the copy. Every
+  // file lands together, so a copy that fails half-way leaves nothing of itself behind.
+  try {
+    StagedWrites writes;
+    for (const char* ext : {".MI", ".MP"})
+      for (const std::string& f : ListFiles(ws.MISetPath, ext))
+        writes.Stage(target + f, ReadWholeFile(ws.MISetPath + f));
+    writes.Stage(target + "qubits.dat", QubitsFileBytes(ws.NumberOfQubits));
+    writes.Commit();
+  } catch (...) {
+    if (!existed) {
+      std::error_code ec;
+      std::filesystem::remove(target, ec);  // only while empty: never someone else's files
+    }
+    throw;
+  }
 
   ws.MISetPath = target;
   ws.MIList.Caption = "Set: " + SetNameOf(target);

@@ -1,9 +1,13 @@
 #include "miset/set_qubits.h"
 
+#include <utility>
+#include <vector>
+
 #include "mi/initialize.h"
 #include "mi/mi_file.h"
 #include "miset/qubits_file.h"
 #include "platform/dialogs.h"
+#include "workspace/paths.h"
 
 namespace orvex {
 
@@ -33,6 +37,24 @@ void DropQubitsAbove(Workspace& ws, int n) {
 
 } // namespace
 
+namespace {
+
+// Every MI file of the set for the new number and then qubits.dat, landed together: each file
+// is staged first, so a failure (a full disk) leaves every file of the set as it was, and
+// qubits.dat is renamed into place last, after the MIs it describes.
+void RewriteSetFiles(Workspace& ws) {
+  StagedWrites writes;
+  for (int k = 1; k <= ws.MICount; ++k) {
+    MicroInstruction& mi = ws.MITable(k);
+    if (mi.InUse && IsMIName(mi.Name))
+      writes.Stage(ws.MISetPath + mi.Name, FormatMI(mi, ws.NumberOfQubits, ws.Rnd()));
+  }
+  writes.Stage(QubitsFilePath(ws), QubitsFileBytes(ws.NumberOfQubits));
+  writes.Commit();
+}
+
+} // namespace
+
 bool SetQubits(Workspace& ws, MISetUi& ui, int n) {
   if (n < kMinQubits || n > kMaxQubits) ThrowSubscriptOutOfRange();
   const int c = ws.NumberOfQubits;
@@ -46,14 +68,23 @@ bool SetQubits(Workspace& ws, MISetUi& ui, int n) {
     const std::string text = first + CR + "Consider copying this MI Set to another location first." +
                              CR + "Press OK to update the current MI set.";
     if (platform::MsgBox(text, Icon::Information, Buttons::OKCancel) != Answer::OK) return false;
-    ws.NumberOfQubits = static_cast<std::int16_t>(n);
-    DropQubitsAbove(ws, n);
-  } else {
-    ws.NumberOfQubits = static_cast<std::int16_t>(n);
-    if (n > kMaxGroundStateQubits) FixGroundStateMI(ws);
   }
-  WriteQubitsFile(ws);
-  SaveAllMIs(ws);
+  // What the change touches in memory, to put back when the files cannot be written.
+  std::vector<std::pair<int, MicroInstruction>> before;
+  for (int k = 1; k <= ws.MICount; ++k)
+    if (ws.MITable(k).InUse) before.emplace_back(k, ws.MITable(k));
+  try {
+    ws.NumberOfQubits = static_cast<std::int16_t>(n);
+    if (n < c)
+      DropQubitsAbove(ws, n);
+    else if (n > kMaxGroundStateQubits)
+      FixGroundStateMI(ws);
+    RewriteSetFiles(ws);
+  } catch (...) {
+    ws.NumberOfQubits = static_cast<std::int16_t>(c);
+    for (auto& [k, mi] : before) ws.MITable(k) = std::move(mi);
+    throw;
+  }
   ui.unloadQubitWindow();
   return true;
 }

@@ -2,7 +2,10 @@
 // case (the first match in directory order wins); writes go through a temporary file.
 #include "workspace/paths.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <ctime>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -207,51 +210,37 @@ std::vector<std::string> ListDirectories(const std::string& dir) {
 }
 
 std::string ReadWholeFile(const std::string& path) {
-  const std::string actual = ResolvePath(path).value_or(path);
-  std::FILE* f = std::fopen(actual.c_str(), "rb");
-  if (!f) ThrowFileError(path, errno);
-  auto tooLarge = [&path, f]() {
-    std::fclose(f);
-    throw RuntimeError(ErrorNumber::OutOfMemory,
-                       "Out of memory: " + path + " is larger than " +
-                           std::to_string(kMaxWholeFileBytes >> 20) + " MB");
-  };
-  // The size is known up front for a regular file; a device or pipe is cut off as it is read.
-  struct stat st {};
-  if (::fstat(::fileno(f), &st) == 0 && S_ISREG(st.st_mode) &&
-      static_cast<std::uintmax_t>(st.st_size) > kMaxWholeFileBytes)
-    tooLarge();
-  std::string bytes;
-  char buf[65536];
-  std::size_t got;
-  while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) {
-    if (bytes.size() + got > kMaxWholeFileBytes) tooLarge();
-    bytes.append(buf, got);
-  }
-  int err = std::ferror(f) ? errno : 0;
-  std::fclose(f);
-  if (err != 0) ThrowFileError(path, err);
-  return bytes;
+  return ReadFileBytes(ResolvePath(path).value_or(path), path);
 }
 
-std::vector<std::string> SplitLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::string current;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    char c = text[i];
-    if (c == '\r' || c == '\n') {
-      lines.push_back(current);
-      current.clear();
-      if (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n') ++i;
-    } else {
-      current += c;
-    }
-  }
-  if (!current.empty()) lines.push_back(current);
-  return lines;
+namespace {
+
+// Temporaries of a safe write are named "." + target name + kTempMark + six characters, so
+// that a set's opening can tell ours, left behind by a crash, from anyone else's files.
+constexpr const char* kTempMark = ".orvex-";
+constexpr std::size_t kTempRandom = 6;
+
+WriteFaultHook& FaultHook() {
+  static WriteFaultHook hook;
+  return hook;
 }
 
-void WriteWholeFile(const std::string& path, const std::string& bytes) {
+// Flushes a directory's entries (a rename inside it) to the disk; best effort, since some
+// file systems refuse fsync on a directory.
+void SyncDirectory(const std::string& dir) {
+  int fd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY);
+  if (fd < 0) return;
+  ::fsync(fd);
+  ::close(fd);
+}
+
+struct WriteTarget {
+  std::string target;  // the file that gets the bytes (a link's file for a link)
+  std::string dir;     // its directory, "" or ending in "/"
+  mode_t mode = 0644;
+};
+
+WriteTarget ResolveWriteTarget(const std::string& path) {
   const std::string normalized = NormalizeSeparators(path);
   const std::string name = FileNameOf(normalized);
   std::string dir = DirectoryOf(normalized);
@@ -261,34 +250,41 @@ void WriteWholeFile(const std::string& path, const std::string& bytes) {
     if (resolved) dir = Join(*resolved, "");
   }
   // Replace an existing file spelt in another case rather than adding a second one.
-  std::string target = Join(dir, name);
-  mode_t mode = 0644;
+  WriteTarget t;
+  t.target = Join(dir, name);
+  t.dir = dir;
   if (std::optional<std::string> existing = FindEntry(dir, name)) {
-    target = Join(dir, *existing);
+    t.target = Join(dir, *existing);
     struct stat st {};
-    if (::stat(target.c_str(), &st) == 0) {
+    if (::stat(t.target.c_str(), &st) == 0) {
       if (S_ISDIR(st.st_mode)) ThrowFileError(path, EISDIR);
-      mode = st.st_mode & 07777;
+      t.mode = st.st_mode & 07777;
       // A read-only file is not silently replaced.
-      if (::access(target.c_str(), W_OK) != 0 && errno != ENOENT) ThrowFileError(path, errno);
+      if (::access(t.target.c_str(), W_OK) != 0 && errno != ENOENT) ThrowFileError(path, errno);
       // A link to a file (an MI shared between sets, say) is written through: the file it
       // names gets the new bytes and the link stays a link.
       struct stat link {};
-      if (::lstat(target.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
-        if (char* real = ::realpath(target.c_str(), nullptr)) {
-          target = real;
+      if (::lstat(t.target.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+        if (char* real = ::realpath(t.target.c_str(), nullptr)) {
+          t.target = real;
           std::free(real);
-          dir = DirectoryOf(target);
+          t.dir = DirectoryOf(t.target);
         }
       }
     }
   }
-  std::string temp = Join(dir, "." + FileNameOf(target) + ".XXXXXX");
+  return t;
+}
+
+// Writes `bytes` into a new temporary beside `t.target` and flushes it to the disk; returns
+// the temporary's path. On failure nothing is left behind and the file error is thrown.
+std::string WriteTemporary(const std::string& path, const WriteTarget& t, const std::string& bytes) {
+  std::string temp = Join(t.dir, "." + FileNameOf(t.target) + kTempMark + std::string(kTempRandom, 'X'));
   int fd = ::mkstemp(temp.data());
   if (fd < 0) ThrowFileError(path, errno);
-  int err = 0;
+  int err = FaultHook() ? FaultHook()(t.target) : 0;
   const char* p = bytes.data();
-  std::size_t left = bytes.size();
+  std::size_t left = err == 0 ? bytes.size() : 0;
   while (left > 0) {
     ssize_t n = ::write(fd, p, left);
     if (n < 0) {
@@ -299,13 +295,85 @@ void WriteWholeFile(const std::string& path, const std::string& bytes) {
     p += n;
     left -= static_cast<std::size_t>(n);
   }
-  if (err == 0 && ::fchmod(fd, mode) != 0) err = errno;
+  if (err == 0 && ::fchmod(fd, t.mode) != 0) err = errno;
+  // The bytes reach the disk before the rename can make them the file's content.
+  if (err == 0 && ::fsync(fd) != 0) err = errno;
   if (::close(fd) != 0 && err == 0) err = errno;
-  if (err == 0 && ::rename(temp.c_str(), target.c_str()) != 0) err = errno;
   if (err != 0) {
     ::unlink(temp.c_str());
     ThrowFileError(path, err);
   }
+  return temp;
+}
+
+} // namespace
+
+void SetWriteFaultHook(WriteFaultHook hook) { FaultHook() = std::move(hook); }
+
+StagedWrites::~StagedWrites() {
+  for (const Pending& p : pending_) ::unlink(p.temp.c_str());
+}
+
+void StagedWrites::Stage(const std::string& path, const std::string& bytes) {
+  const WriteTarget t = ResolveWriteTarget(path);
+  for (const Pending& p : pending_)
+    if (p.target == t.target) ThrowFileError(path, EEXIST);  // one file staged twice
+  const std::string temp = WriteTemporary(path, t, bytes);
+  pending_.push_back({temp, t.target, t.dir, path});
+}
+
+void StagedWrites::Commit() {
+  std::vector<std::string> dirs;
+  while (!pending_.empty()) {
+    const Pending p = pending_.front();
+    if (::rename(p.temp.c_str(), p.target.c_str()) != 0) {
+      const int err = errno;
+      ThrowFileError(p.path, err);  // the rest stay staged and go with the group
+    }
+    pending_.erase(pending_.begin());
+    if (std::find(dirs.begin(), dirs.end(), p.dir) == dirs.end()) dirs.push_back(p.dir);
+  }
+  for (const std::string& dir : dirs) SyncDirectory(dir);
+}
+
+void WriteWholeFile(const std::string& path, const std::string& bytes) {
+  StagedWrites write;
+  write.Stage(path, bytes);
+  write.Commit();
+}
+
+bool IsOwnTemporary(const std::string& name) {
+  const std::size_t mark = std::char_traits<char>::length(kTempMark);
+  if (name.size() < 2 + mark + kTempRandom || name[0] != '.') return false;
+  const std::size_t at = name.size() - kTempRandom - mark;
+  if (name.compare(at, mark, kTempMark) != 0) return false;
+  for (std::size_t i = at + mark; i < name.size(); ++i)
+    if (!std::isalnum(static_cast<unsigned char>(name[i]))) return false;
+  return true;
+}
+
+int RemoveStaleTemporaries(const std::string& dir, int minimumAgeSeconds) {
+  std::optional<std::string> resolved = ResolvePath(dir);
+  if (!resolved) return 0;
+  DIR* d = ::opendir(resolved->c_str());
+  if (!d) return 0;
+  std::vector<std::string> stale;
+  const std::time_t now = std::time(nullptr);
+  while (dirent* e = ::readdir(d)) {
+    const std::string name = e->d_name;
+    if (!IsOwnTemporary(name)) continue;
+    const std::string full = Join(*resolved, name);
+    struct stat st {};
+    // A temporary still young may be another instance's write in progress.
+    if (::lstat(full.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+        now - st.st_mtime >= minimumAgeSeconds)
+      stale.push_back(full);
+  }
+  ::closedir(d);
+  int removed = 0;
+  for (const std::string& f : stale)
+    if (::unlink(f.c_str()) == 0) ++removed;
+  return removed;
 }
 
 void CopyWholeFile(const std::string& from, const std::string& to) {

@@ -4,9 +4,12 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "workspace/file_bytes.h"
 
 namespace orvex {
 
@@ -45,17 +48,47 @@ std::vector<std::string> ListFiles(const std::string& dir, const std::string& ex
 // Names of the subdirectories of `dir` (without "." and ".."), in directory order.
 std::vector<std::string> ListDirectories(const std::string& dir);
 
-// The files read whole are small texts (an MI file for 32 qubits is some 50 KB); a file
-// larger than this is refused before it fills the memory.
-inline constexpr std::size_t kMaxWholeFileBytes = std::size_t{64} << 20;
-// The whole file as bytes; throws the run-time's file error when it cannot be read, and
-// "Out of memory" (7) when it holds more than kMaxWholeFileBytes.
+// The whole file (found without regard to case) as bytes; throws the run-time's file error
+// when it cannot be read, and "Out of memory" (7) when it holds more than kMaxWholeFileBytes
+// (ReadFileBytes, file_bytes.h, which also has SplitLines).
 std::string ReadWholeFile(const std::string& path);
-// Splits text into lines, accepting CR LF, LF and lone CR; no empty last line for a final end.
-std::vector<std::string> SplitLines(const std::string& text);
 // Writes `bytes` to `path` through a temporary file in the same directory and a rename, so a
-// failure never leaves a half-written file behind. Throws the run-time's file error.
+// failure never leaves a half-written file behind; the temporary is flushed to the disk
+// before the rename and the directory after it, so a crash leaves the old file or the new
+// one. Throws the run-time's file error.
 void WriteWholeFile(const std::string& path, const std::string& bytes);
+
+// Several safe writes that land together: Stage writes each file's durable temporary beside
+// it (throwing the file error, with every target still as it was); Commit renames them all
+// into place. Whatever was staged but not committed is removed when the group goes, so a
+// failure half-way through staging changes no file.
+class StagedWrites {
+public:
+  StagedWrites() = default;
+  StagedWrites(const StagedWrites&) = delete;
+  StagedWrites& operator=(const StagedWrites&) = delete;
+  ~StagedWrites();
+  void Stage(const std::string& path, const std::string& bytes);
+  void Commit();
+
+private:
+  struct Pending {
+    std::string temp, target, dir, path;
+  };
+  std::vector<Pending> pending_;
+};
+
+// True for a name of our own temporaries (".NAME.orvex-" and six letters or digits).
+bool IsOwnTemporary(const std::string& name);
+// Removes the temporaries of ours in `dir` at least `minimumAgeSeconds` old (left behind by
+// a crash or a kill; a younger one may be a write in progress). Returns how many went.
+int RemoveStaleTemporaries(const std::string& dir, int minimumAgeSeconds = 60);
+
+// For tests: while set, every safe write asks the hook with its target path; a non-zero
+// errno (ENOSPC, EROFS, ...) makes that write fail as the disk would, leaving the target as
+// it was. An empty hook restores normal writing.
+using WriteFaultHook = std::function<int(const std::string& target)>;
+void SetWriteFaultHook(WriteFaultHook hook);
 // Copies a file (replacing the target) the same safe way.
 void CopyWholeFile(const std::string& from, const std::string& to);
 

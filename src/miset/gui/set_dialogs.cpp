@@ -1,6 +1,10 @@
 #include "miset/gui/set_dialogs.h"
 
+#include <QApplication>
 #include <QComboBox>
+#include <QElapsedTimer>
+#include <QEvent>
+#include <QKeyEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -102,6 +106,46 @@ std::string GetDirName::Ask(const std::string& caption, QWidget* parent) {
   return dialog.name();
 }
 
+namespace {
+
+// Typing into the qubit-count list: digits typed in quick succession choose the entry they
+// spell ("3" is 3, "3" then "0" is 30), instead of the list's search that jumps to the next
+// entry starting with the key (a "3" typed on 3 went to 30). Other text keys do nothing.
+class TypedNumber : public QObject {
+public:
+  using QObject::QObject;
+
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    auto* combo = qobject_cast<QComboBox*>(watched);
+    if (!combo || event->type() != QEvent::KeyPress) return false;
+    auto* key = static_cast<QKeyEvent*>(event);
+    const QString text = key->text();
+    if (text.size() != 1 || !text.at(0).isDigit()) typed_.clear();  // another key ends a number
+    if (text.size() != 1 || !text.at(0).isPrint() || text.at(0).isSpace() ||
+        (key->modifiers() & (Qt::ControlModifier | Qt::AltModifier)))
+      return false;
+    if (text.at(0).isDigit()) {
+      if (!typedAt_.isValid() || typedAt_.elapsed() > QApplication::keyboardInputInterval())
+        typed_.clear();
+      typedAt_.restart();
+      typed_ += text;
+      int index = combo->findText(typed_);
+      if (index < 0) {
+        typed_ = text;
+        index = combo->findText(typed_);
+      }
+      if (index >= 0) combo->setCurrentIndex(index);
+    }
+    return true;
+  }
+
+private:
+  QString typed_;
+  QElapsedTimer typedAt_;
+};
+
+} // namespace
+
 SetQubits::SetQubits(int current, QWidget* parent) : QDialog(parent) {
   setObjectName(QStringLiteral("SetQubits"));
   setWindowTitle(QStringLiteral("Set number of qubits"));
@@ -110,8 +154,14 @@ SetQubits::SetQubits(int current, QWidget* parent) : QDialog(parent) {
   Combo1->setObjectName(QStringLiteral("Combo1"));
   for (int n = kMinQubits; n <= kMaxQubits; ++n) Combo1->addItem(QString::number(n));
   if (current >= kMinQubits && current <= kMaxQubits) Combo1->setCurrentIndex(current - kMinQubits);
+  Combo1->installEventFilter(new TypedNumber(Combo1));
   layout->addWidget(Combo1);
   layout->addLayout(ButtonRow(this, OK, Cancel));
+  // The set's files are rewritten only when OK itself is pressed: Enter in the list chooses
+  // nothing and does not stand for OK.
+  OK->setDefault(false);
+  OK->setAutoDefault(false);
+  Cancel->setAutoDefault(false);
 }
 
 int SetQubits::chosen() const { return Combo1->currentIndex() + kMinQubits; }
