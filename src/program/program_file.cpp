@@ -2,6 +2,8 @@
 // and the one-line ".MP" files that make a program callable from an MI set.
 #include "program/program_file.h"
 
+#include "platform/dialogs.h"
+#include "workspace/errors.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
 
@@ -44,13 +46,21 @@ std::vector<ProgramRow> ReadProgramRows(const std::string& path) {
   return ParseProgram(ReadWholeFile(path));
 }
 
+// "@" + name + extension. A name holding "#" would be cut there on reading (without a "!" in
+// the line a comment begins at "#"), so its line ends in an empty "!" comment instead.
+static std::string CallLine(const std::string& name, const char* extension) {
+  const bool keepHash =
+      name.find('#') != std::string::npos && name.find('!') == std::string::npos;
+  return "@" + name + extension + (keepHash ? "!" : "") + kEOL;
+}
+
 std::string FormatProgram(const std::string& programName, const std::vector<ProgramRow>& rows) {
   std::string out = "!Quantum program " + programName + kEOL;
   for (const ProgramRow& row : rows) {
     switch (row.Icon) {
     case kIconBreakpoint: out += std::string("!BREAKPOINT") + kEOL; break;
-    case kIconMI: out += "@" + row.Text + ".MI" + kEOL; break;
-    case kIconProgramRow: out += "@" + row.Text + ".MP" + kEOL; break;
+    case kIconMI: out += CallLine(row.Text, ".MI"); break;
+    case kIconProgramRow: out += CallLine(row.Text, ".MP"); break;
     default: break;
     }
   }
@@ -60,6 +70,52 @@ std::string FormatProgram(const std::string& programName, const std::vector<Prog
 void WriteProgramFile(const std::string& path, const std::string& programName,
                       const std::vector<ProgramRow>& rows) {
   WriteWholeFile(path, FormatProgram(programName, rows));
+}
+
+bool LooksLikeProgram(const std::string& bytes) {
+  if (bytes.find('\0') != std::string::npos) return false;
+  if (WrittenByOrvex(bytes)) return true;  // our header: stray lines are only skipped
+  for (const std::string& line : SplitLines(bytes)) {
+    const std::string t = Trim(line);
+    if (!t.empty() && t[0] != '@' && t[0] != '!' && t[0] != '#') return false;
+  }
+  return true;
+}
+
+bool WrittenByOrvex(const std::string& bytes) {
+  static const std::string header = "!QUANTUM PROGRAM ";
+  return bytes.size() >= header.size() && Upper(bytes.substr(0, header.size())) == header;
+}
+
+std::optional<std::vector<ProgramRow>> ReadProgramForOpening(const std::string& path) {
+  const std::string bytes = ReadWholeFile(path);
+  if (!LooksLikeProgram(bytes)) {
+    platform::MsgBox("The file " + FileNameOf(NormalizeSeparators(path)) +
+                         " is not a quantum program." + platform::CR +
+                         "A quantum program holds only lines that begin with @, ! or #; "
+                         "the file was not opened.",
+                     platform::Icon::Exclamation, platform::Buttons::OK);
+    return std::nullopt;
+  }
+  return ParseProgram(bytes);
+}
+
+bool ConfirmProgramOverwrite(const std::string& path) {
+  const std::optional<std::string> existing = ResolvePath(path);
+  if (!existing || !FileExists(*existing)) return true;
+  std::string bytes;
+  try {
+    bytes = ReadWholeFile(*existing);
+  } catch (const RuntimeError& e) {
+    // A file we cannot read is not taken for ours; too large a file is certainly not.
+    if (e.code() != ErrorNumber::OutOfMemory) return true;  // the write reports it
+    bytes = "?";
+  }
+  if (bytes.empty() || WrittenByOrvex(bytes)) return true;
+  return platform::MsgBox("The file " + FileNameOf(*existing) + " was not written by Orvex." +
+                              platform::CR + "Replace it with this program?",
+                          platform::Icon::Exclamation,
+                          platform::Buttons::YesNo) == platform::Answer::Yes;
 }
 
 void ReadMPFile(const std::string& path, MicroInstruction& mi) {

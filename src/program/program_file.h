@@ -1,6 +1,7 @@
 // Program files (".KVP") and callable-program redirect files (".MP").
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,22 @@ std::vector<ProgramRow> ReadProgramRows(const std::string& path);  // throws the
 std::string FormatProgram(const std::string& programName, const std::vector<ProgramRow>& rows);
 void WriteProgramFile(const std::string& path, const std::string& programName,
                       const std::vector<ProgramRow>& rows);
+
+// What a program file looks like: text (no NUL byte) that begins with our header, or whose
+// lines, blank ones aside, each begin with "@" (a call), "!" (a breakpoint or comment) or "#"
+// (a comment) once leading blanks are passed. A help page, a library or a letter is none; an
+// empty file is one.
+bool LooksLikeProgram(const std::string& bytes);
+// Whether the bytes begin with the header our writer puts on every program file
+// ("!Quantum program ", compared without regard to case).
+bool WrittenByOrvex(const std::string& bytes);
+// The program file at `path` read for opening: its rows, or nullopt after the message
+// "The file " name " is not a quantum program." when it does not look like one (nothing is
+// opened then). Throws the file error.
+std::optional<std::vector<ProgramRow>> ReadProgramForOpening(const std::string& path);
+// Before a program is saved over `path`: true when there is no such file, when it is empty
+// or ours, or when the user agrees to replace a file Orvex did not write (Yes/No question).
+bool ConfirmProgramOverwrite(const std::string& path);
 
 // ".MP": ReadMPFile sets the slot's Description to "Run: " + the trimmed text after the first
 // "@" of the first line (left unchanged without "@"). WriteMPFile writes one line, "@" + the

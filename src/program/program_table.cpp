@@ -69,10 +69,15 @@ int ShowInSlot(Workspace& ws, ProgramUi& ui, int slot, const std::string& name,
   return slot;
 }
 
-// Fills a free slot with the program file at `path` (already checked) under `name`.
+// Fills a free slot with the program file at `path` (already checked) under `name`; 0 when
+// the file is no quantum program (after its message).
 int LoadIntoSlot(Workspace& ws, ProgramUi& ui, int slot, const std::string& path,
                  const std::string& name) {
-  std::vector<ProgramRow> rows = EditorRowsOf(path);  // read first: a failure changes nothing
+  // Read first: a failure or a refusal changes nothing.
+  std::optional<std::vector<ProgramRow>> read = ReadProgramForOpening(path);
+  if (!read) return 0;
+  std::vector<ProgramRow> rows = StartRowOnly();
+  for (ProgramRow& row : *read) rows.push_back(std::move(row));
   return ShowInSlot(ws, ui, slot, name, std::move(rows), CaptionOf(name), "Program ready");
 }
 
@@ -100,6 +105,11 @@ bool WriteNamedProgram(Workspace& ws, ProgramUi& ui, int slot, const std::string
     platform::MsgBox("Failed to create (sub)directory!", platform::Icon::Critical);
     program.Name = "New";
     program.Caption = "New";  // the caption always names the program the slot holds
+    ui.programChanged(slot);
+    return false;
+  }
+  if (!ConfirmProgramOverwrite(target)) {  // a file Orvex did not write stays as it is
+    program.Name = previousName;
     ui.programChanged(slot);
     return false;
   }

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "program/program_file.h"
+#include "program/program_table.h"
+#include "run_fixture.h"
 #include "support/test_support.h"
 #include "workspace/errors.h"
 
@@ -89,6 +91,56 @@ TEST(MPFile, RedirectLine) {
   EXPECT_EQ(empty.Description, "");
   EXPECT_EQ(CallTarget(empty), "");
   EXPECT_THROW(ReadMPFile(dir.path() + "missing.MP", empty), RuntimeError);
+}
+
+TEST(ProgramFile, AFileThatIsNoProgramIsNotOpenedAndNoneOrvexDidNotWriteIsSavedOverUnasked) {
+  using platform::Answer;
+  test::TempDir dir;
+  test::ScriptedDialogs dialogs;
+  Workspace ws;
+  ws.AppDir = dir.path();
+  test::RecordingUi ui;
+  const std::string help = "<html>\r\n<body>\r\n@ not a call\r\n</body></html>\r\n";
+  dir.write("help.htm", help);
+  dir.write("libkv3.so", std::string("!\x7f" "ELF\0\0@", 8));
+  dir.write("notes.txt", "Buy milk\r\n@X.MI\r\n");
+  dir.write("binary.kvp", std::string("!Quantum program binary.kvp\r\n\0\0", 31));
+  for (const char* file : {"help.htm", "libkv3.so", "notes.txt", "binary.kvp"}) {
+    dialogs.answer(Answer::OK);
+    EXPECT_EQ(OpenProgram(ws, ui, dir.path() + file), 0) << file;
+    EXPECT_EQ(dialogs.shown.back().text,
+              "The file " + std::string(file) + " is not a quantum program.\r"
+              "A quantum program holds only lines that begin with @, ! or #; the file was not opened.");
+    EXPECT_TRUE(ws.Program(1).Name.empty()) << file;
+  }
+
+  // Saving over a file Orvex did not write asks first; No leaves it as it was.
+  const int fresh = NewProgram(ws, ui);
+  dialogs.file(dir.path() + "help.htm");
+  dialogs.answer(Answer::No);
+  EXPECT_FALSE(SaveProgram(ws, ui, fresh, true));
+  EXPECT_EQ(dialogs.shown.back().text,
+            "The file help.htm was not written by Orvex.\rReplace it with this program?");
+  EXPECT_EQ(dir.read("help.htm"), help);
+  EXPECT_EQ(ws.Program(fresh).Name, "New");
+
+  // A program written by hand (an empty file is one too) opens; its first save asks.
+  const std::string byHand = "# written by hand\r\n  @A.MI\r\n@B.MI ! second\r\n";
+  dir.write("progs/hand.kvp", byHand);
+  dir.write("progs/empty.kvp", "");
+  EXPECT_NE(OpenProgram(ws, ui, dir.path() + "progs/empty.kvp"), 0);
+  const int slot = OpenProgram(ws, ui, dir.path() + "progs/hand.kvp");
+  ASSERT_NE(slot, 0);
+  EXPECT_EQ(ws.Program(slot).Rows.size(), 2u);  // Start, B (an indented line is skipped)
+  dialogs.answer(Answer::No);
+  EXPECT_FALSE(SaveProgram(ws, ui, slot));
+  EXPECT_EQ(dir.read("progs/hand.kvp"), byHand);
+  dialogs.answer(Answer::Yes);
+  EXPECT_TRUE(SaveProgram(ws, ui, slot));
+  EXPECT_EQ(dir.read("progs/hand.kvp"), "!Quantum program progs/hand.kvp\r\n@B.MI\r\n");
+  EXPECT_TRUE(SaveProgram(ws, ui, slot));  // ours now: no question
+  EXPECT_TRUE(dialogs.scriptUsedUp());
+  EXPECT_EQ(dialogs.shown.size(), 8u);
 }
 
 } // namespace
