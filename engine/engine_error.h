@@ -15,24 +15,20 @@ inline constexpr int kAllocation = -1005;
 inline constexpr int kNormCheck = -20;
 inline constexpr int kOutputFile = -30;
 
-// MI syntax, one code per kind of fault.
-inline constexpr int kSpinNumberMissing = -1;
-inline constexpr int kSpinOutOfRange = -2;
-inline constexpr int kFieldNumberMissing = -3;
+// MI syntax, one code per kind of fault: what the workbench's reader refuses, and the few
+// checks the engine makes on top of it.
+inline constexpr int kSpinNumberMissing = -1;   // a SPIN header with nothing before "("
+inline constexpr int kSpinOutOfRange = -2;      // a qubit index outside 1..32
+inline constexpr int kMiTooLarge = -3;          // larger than any file the reader takes
 inline constexpr int kFieldNotFinite = -4;
-inline constexpr int kPairNumberMissing = -5;
+inline constexpr int kPairNumberMissing = -5;   // a pair line with fewer than five commas
 inline constexpr int kPairOutOfRange = -6;
 inline constexpr int kCouplingNotFinite = -7;
-inline constexpr int kFieldStepsMissing = -8;
 inline constexpr int kFieldStepsNegative = -9;
-inline constexpr int kFieldStepsNotWhole = -10;
-inline constexpr int kTimeStepMissing = -11;
+inline constexpr int kFieldStepsTooLarge = -10;
 inline constexpr int kTimeStepNotFinite = -12;
-inline constexpr int kIntermediateMissing = -13;
 inline constexpr int kIntermediateNegative = -14;
-inline constexpr int kIntermediateNotWhole = -15;
-inline constexpr int kSeedMissing = -16;
-inline constexpr int kInitialStateUnknown = -17;
+inline constexpr int kIntermediateTooLarge = -15;
 inline constexpr int kGroundStateTooLarge = -18;
 inline constexpr int kSeedInvalid = -19;
 } // namespace code

@@ -214,16 +214,16 @@ EngineError ProgramTree::LoadProgram(const fs::path& path, const std::string& na
       const fs::path miKey = Canonical(*file);
       auto& mi = mis_[miKey];
       if (!mi) {
-        std::string text;
-        if (!ReadFile(*file, text))
-          return {code::kMiMissing, program.name, entry.line, "cannot read MI file " + entry.text};
         mi = std::make_unique<MiFile>();
-        if (auto e = ParseMi(entry.text, text, *mi)) {
+        if (auto e = LoadMi(entry.text, file->string(), *mi)) {
           mi.reset();
           mis_.erase(miKey);
+          if (e.code == code::kMiMissing) {  // the calling line says where it was named
+            e.file = program.name;
+            e.line = entry.line;
+          }
           return e;
         }
-        mi->path = file->string();
         misInOrder_.push_back(mi.get());
       }
       entry.mi = mi.get();

@@ -16,6 +16,10 @@ std::string RunDirectoryOf(const Workspace& ws, int slot);
 bool RefuseAnotherSetsDirectory(const Workspace& ws, int slot);
 
 // Prepares the run directory of `slot` and makes it the current directory:
+//   0. an MI the program calls (directly or through callable programs) whose file is in the
+//      set but not in the table, because the reader refused it, refuses the run: the
+//      run-time error of the reader, its description naming the file and the reason, is
+//      thrown before anything is deleted or copied;
 //   1. StepTable cleared;
 //   2. every "*.MI", then every "*.MP" file there deleted (any letter case; errors ignored);
 //   3. for every in-use MI slot 1..MICount: an MI is copied from the set directory under the

@@ -132,33 +132,51 @@ TEST(MIRoundTrip, AwkwardValuesComeBackExactly) {
   EXPECT_EQ(FormatMI(back, 3, 0), first);
 }
 
-TEST(MIRoundTrip, TimeStepInUnitsOfTwoPi) {
+TEST(MIRoundTrip, TimeStepInUnitsOfTwoPiKeepsTheUsersFigure) {
   MicroInstruction mi;
   mi.Name = "T.MI";
-  mi.TimeStep = 0.1;
   mi.TimeStepInPi = 1;
+  mi.TimeStep = 0.1;
   const std::string text = FormatMI(mi, 1, 0);
   EXPECT_NE(text.find("\r\nTIME STEP ;  .1* 2 * PI\r\n.628318530717958\r\nEND\r\n"),
             std::string::npos);
-  MicroInstruction back = Parsed(text);
-  EXPECT_EQ(back.TimeStepInPi, 1);
-  // .628318530717958 / 6.28318530717958 lands one unit in the last place below 0.1; it
-  // prints as .1 again, so a rewrite gives the same bytes.
-  EXPECT_EQ(back.TimeStep, std::nextafter(0.1, 0.0));
-  EXPECT_EQ(NumText(back.TimeStep), ".1");
-  EXPECT_EQ(FormatMI(back, 1, 0), text);
-
-  // Not every figure is that lucky: 2.5 comes back as 2.49999999999999..., and the header
-  // of the next write shows it.
-  mi.TimeStep = 2.5;
-  MicroInstruction drift = Parsed(FormatMI(mi, 1, 0));
-  EXPECT_NE(FormatMI(drift, 1, 0).find("TIME STEP ;  2.49999999999999* 2 * PI"),
-            std::string::npos);
+  // The header's figure gives the value line back as the writer writes it: it is the step,
+  // exactly, and an MI opened and saved is the same file (the quotient of the value line by
+  // 2 pi drifts: .25 came back as .250000000000001, 2.5 as 2.49999999999999).
+  for (double step : {0.1, 0.25, 2.5, 1e-7, 0.123456789012345}) {
+    mi.TimeStep = step;
+    const std::string written = FormatMI(mi, 1, 0);
+    MicroInstruction back = Parsed(written);
+    EXPECT_EQ(back.TimeStepInPi, 1);
+    EXPECT_EQ(back.TimeStep, step);
+    EXPECT_EQ(FormatMI(back, 1, 0), written);
+  }
+  // A hand-made header that disagrees with its value line: the quotient, as before.
+  MicroInstruction odd = Parsed(Lines({"TIME STEP ; .1* 2 * PI", "3.14159265358979"}));
+  EXPECT_EQ(odd.TimeStep, 3.14159265358979 / 6.28318530717958);
+  MicroInstruction bare = Parsed(Lines({"TIME STEP PI", ".628318530717958"}));
+  EXPECT_EQ(bare.TimeStep, .628318530717958 / 6.28318530717958);
+  EXPECT_EQ(bare.TimeStepInPi, 1);
 
   // Without "PI" the header is a plain time step.
   MicroInstruction plain = Parsed(Lines({"TIME STEP", "0.1"}));
   EXPECT_EQ(plain.TimeStep, 0.1);
   EXPECT_EQ(plain.TimeStepInPi, 0);
+}
+
+TEST(MIRoundTrip, ADescriptionComesBackAsWritten) {
+  // Written as it stands, each of these would read as a keyword: the description would be
+  // lost and an initialisation MI's state changed by its own comment.
+  for (const char* text : {"keeps the initial state: random phases", "end", "About",
+                           "no CHECK NORM here, nor initial state: ground state"}) {
+    MicroInstruction mi;
+    mi.Name = "INITIALIZE.MI";
+    mi.InitialState = AllSpinUp;
+    mi.Description = text;
+    MicroInstruction back = Parsed(FormatMI(mi, 1, 0), "INITIALIZE.MI");
+    EXPECT_EQ(back.Description, text);
+    EXPECT_EQ(back.InitialState, AllSpinUp) << text;
+  }
 }
 
 TEST(MIReader, KeywordsAreTestedOnTheTrimmedUpperCaseLine) {

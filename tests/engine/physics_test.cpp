@@ -96,7 +96,7 @@ TEST(Physics, IsingCouplingGivesTheZZPhase) {
   const double jz = 1.7, t = 0.8;
   MiText zz;
   zz.qubits = 2;
-  zz.Pair(2, 1, 0, 0, jz);  // the reversed order couples the same pair
+  zz.Pair(1, 2, 0, 0, jz);
   zz.timeStep = t;
   Session r;
   r.Go({Init(2), RotateY(2, 1, kPi / 2), RotateY(2, 2, kPi / 2), zz});
@@ -136,12 +136,7 @@ MiText RandomStatic(int n, unsigned seed, double t, long steps) {
   for (int q = 1; q <= n; ++q) m.Field(q, Hx0, u(gen)).Field(q, Hy0, u(gen)).Field(q, Hz0, u(gen));
   for (int i = 1; i <= n; ++i)
     for (int j = i + 1; j <= n; ++j)
-      if (j == i + 1 || (i + j + seed) % 3 != 0) {
-        if (j % 2)
-          m.Pair(i, j, u(gen), u(gen), u(gen));
-        else
-          m.Pair(j, i, u(gen), u(gen), u(gen));
-      }
+      if (j == i + 1 || (i + j + seed) % 3 != 0) m.Pair(i, j, u(gen), u(gen), u(gen));
   m.fieldSteps = 1;
   m.intermediateSteps = steps;
   m.timeStep = t;
@@ -259,14 +254,14 @@ TEST(SecondOrder, EachSubStepIsTheSymmetricProductOfExactFactors) {
   // The literal formula, built densely from the Hamiltonian's own terms: with
   // t = k tau + (l + 1/2) delta, U = F C F, F = exp(-i (delta/2) H_fields(t)) and
   // C = E(1,2) E(1,3) E(2,3) E(2,3) E(1,3) E(1,2), E = exp(-i (delta/2) H_pair). The pairs are
-  // listed out of order (and one reversed) in the file: C takes them ordered by (i, j).
+  // listed out of order in the file: C takes them ordered by (i, j).
   const int n = 3;
   MiText mi;
   mi.qubits = n;
   mi.Field(1, Hz0, 1.1).Field(1, Hx1, 0.8).Field(1, Wx, 1.3).Field(1, Px, 0.4);
   mi.Field(2, Hy0, -0.5).Field(2, Hz1, 0.9).Field(2, Wz, 2.1).Field(2, Pz, -0.3);
   mi.Field(3, Hx0, 0.7).Field(3, Hy1, -0.6).Field(3, Wy, 0.9);
-  mi.Pair(2, 3, 1.2, -0.4, 0.6).Pair(3, 1, -0.9, 0.5, 1.4).Pair(1, 2, 0.3, 1.1, -0.8);
+  mi.Pair(2, 3, 1.2, -0.4, 0.6).Pair(1, 3, -0.9, 0.5, 1.4).Pair(1, 2, 0.3, 1.1, -0.8);
   mi.fieldSteps = 2;
   mi.intermediateSteps = 3;
   mi.timeStep = 0.9;
