@@ -2,8 +2,10 @@
 // run to its end shows the expected colours in its qubit boxes (read back from the pixels) and
 // the exact values in their tool tips; program files named on the command line open at start.
 #include <filesystem>
+#include <sstream>
 
 #include <QImage>
+#include <QStatusBar>
 
 #include "program_workbench_fixture.h"
 #include "view/gui/qubit_stripes.h"
@@ -41,6 +43,7 @@ protected:
     EXPECT_NEAR(seen.green(), GreenOf(want), 2) << "band " << band;
     EXPECT_NEAR(seen.blue(), BlueOf(want), 2) << "band " << band;
   }
+  static bool bold(DefaultPG& e, int row) { return e.PG->topLevelItem(row)->font(0).bold(); }
 };
 
 TEST_F(WorkbenchE2ETest, DeutschRunShowsTheExpectedColoursAndValues) {
@@ -85,6 +88,47 @@ TEST_F(WorkbenchE2ETest, DeutschRunShowsTheExpectedColoursAndValues) {
   EXPECT_EQ(header(e), "Program reset");
   EXPECT_EQ(ws.RunningProgram, -1);
   EXPECT_EQ(dialogs.shown.size(), 1u);
+}
+
+TEST_F(WorkbenchE2ETest, EveryFineStepIsPlacedWhereTheEngineStands) {
+  // The engine reports no position; the workbench's derivation must keep in step with it to
+  // the end. Its clock is in the output files: one line per completed main step.
+  ScriptedDialogs dialogs;
+  start("ideal2");
+  const int slot = openThroughMenu(dialogs, app + "progs/deutsch.kvp");
+  ASSERT_EQ(slot, 1);
+  main->action("MenuSteps2")->trigger();  // all steps
+  main->action("MenuFiles")->trigger();   // create output files
+  DefaultPG& e = editor(slot);
+  int halts = 0;
+  QString last;
+  while (halts < 200) {
+    e.button(kButtonStep)->trigger();
+    if (ws.RunningProgram != slot) break;
+    ++halts;
+    const int row = ws.Program(slot).CurrentRow;
+    ASSERT_GE(row, 1) << "step " << halts;
+    ASSERT_TRUE(bold(e, row)) << "step " << halts;
+    last = main->statusBar()->currentMessage();
+    ASSERT_TRUE(last.startsWith(rowTexts(e)[row] + QStringLiteral(", main step "))) << last.toStdString();
+    if (last.contains(QStringLiteral("intermediate"))) continue;
+    std::istringstream out(dir.read("app/progs/qubit01.out"));
+    std::string line, lastLine;
+    while (std::getline(out, line))
+      if (!line.empty() && line[0] != '#') lastLine = line;
+    ASSERT_FALSE(lastLine.empty()) << "step " << halts;
+    const double engineTime = std::stod(lastLine);
+    EXPECT_NEAR(last.section(QStringLiteral("t = "), 1).toDouble(), engineTime, 1e-5 * (1 + engineTime))
+        << last.toStdString();
+  }
+  // INITIALIZE is one step, each of the seven gates ten: the last halt is one step before
+  // the end, inside the last gate.
+  EXPECT_EQ(halts, 70);
+  EXPECT_TRUE(last.startsWith(QStringLiteral("Hadamard1, main step 1 of 1, intermediate step 9 of 10, t = ")))
+      << last.toStdString();
+  EXPECT_EQ(header(e), "Program has finished");
+  EXPECT_EQ(e.Qubit[0]->toolTip(), "x = 0.500 ,y = 0.500 ,z = 1.000");
+  EXPECT_TRUE(dialogs.shown.size() == 1u) << (dialogs.messages().empty() ? "" : dialogs.messages().back());
 }
 
 TEST_F(WorkbenchE2ETest, ProgramFilesOnTheCommandLineOpenAfterTheSetIsChosen) {
