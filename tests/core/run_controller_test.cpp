@@ -7,7 +7,6 @@
 #include <cstdio>
 
 #include "mi/mi_file.h"
-#include "run/run_commands.h"
 #include "run_fixture.h"
 
 namespace orvex::test {
@@ -491,34 +490,6 @@ TEST_F(RunControllerTest, StartsArrivingInsideTheCallLoop) {
   EXPECT_EQ(dialogs.beeps, 1);
   EXPECT_EQ(Calls().size(), 2u);
   EXPECT_EQ(ws.Program(1).Status, "Program has finished");
-}
-
-TEST(RunCommands, TheEnablingRule) {
-  const RunCommandStates idle = RunCommandStatesFor(true);
-  const RunCommandStates running = RunCommandStatesFor(false);
-  for (auto* s : {&idle, &running}) {
-    const bool on = s == &idle;
-    EXPECT_EQ(s->FileMenu, on);
-    EXPECT_EQ(s->SettingsMenu, on);
-    EXPECT_EQ(s->WindowMenu, on);
-    EXPECT_EQ(s->ToolsMenu, on);
-    EXPECT_EQ(s->HelpMenu, on);
-    EXPECT_EQ(s->SizeItems, on);
-    EXPECT_EQ(s->StepItems, on);
-    EXPECT_EQ(s->MainToolbar, on);
-    EXPECT_EQ(s->MIListWindow, on);
-    EXPECT_EQ(s->MIListToolbar, on);
-    EXPECT_EQ(s->BackItem, !on);
-    EXPECT_EQ(s->EditorButtons[kButtonClear], on);
-    EXPECT_EQ(s->EditorButtons[kButtonSave], on);
-    EXPECT_EQ(s->EditorButtons[kButtonUpdateMI], on);
-    // The controls a halted run needs stay available.
-    EXPECT_TRUE(s->EditorButtons[kButtonRun]);
-    EXPECT_TRUE(s->EditorButtons[kButtonStep]);
-    EXPECT_TRUE(s->EditorButtons[kButtonBack]);
-    EXPECT_TRUE(s->EditorButtons[kButtonRemove]);
-  }
-  EXPECT_STREQ(kEditorButtonTips[kButtonRemove], "Remove MI");
 }
 
 TEST(RunningText, ShowsPercentAndElapsedTime) {

@@ -91,6 +91,8 @@ TEST(sQubit, BoxesFillColumnsOfTheGrid) {
     EXPECT_EQ(w.box(q)->toolTip(), QStringLiteral("Qubit %1").arg(q));
   EXPECT_THROW(w.box(10), RuntimeError);
   EXPECT_EQ(w.size(), QSize(3 * s, 4 * s));  // fitted around the grid
+  EXPECT_THROW(sQubit(ws, 0), RuntimeError);
+  EXPECT_THROW(sQubit(ws, 33), RuntimeError);
 }
 
 TEST(sQubit, SizeSettingAndLargestGrid) {
@@ -113,16 +115,6 @@ TEST(sQubit, SizeSettingAndLargestGrid) {
     EXPECT_LE(w.height(), avail.height());
     EXPECT_TRUE(avail.contains(w.geometry()));
   }
-}
-
-TEST(sQubit, OneAndTwoQubits) {
-  Workspace ws;
-  sQubit one(ws, 1);
-  EXPECT_EQ(one.box(1)->pos(), QPoint(0, 0));
-  sQubit two(ws, 2);
-  EXPECT_EQ(two.box(2)->pos(), QPoint(two.boxEdge(), 0));
-  EXPECT_THROW(sQubit(ws, 0), RuntimeError);
-  EXPECT_THROW(sQubit(ws, 33), RuntimeError);
 }
 
 TEST(sQubit, FrameDoesNothingWithAnimationOff) {
