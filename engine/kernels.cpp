@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "engine/parallel.h"
 
@@ -92,32 +93,132 @@ void BlockOp(double* re, double* im, u64 size, const Op& op) {
     BlockPair(re, im, size, op.a, op.b, op.m.data());
 }
 
-// Sums over one block for the local bit `bit`: sz = sum |a0|^2 - |a1|^2,
-// sx + i sy = sum conj(a0) a1.
-ORVEX_KERNEL void BlockBloch(const double* __restrict re, const double* __restrict im, u64 size, int bit,
-                double& sx, double& sy, double& sz) {
-  const u64 s = u64{1} << bit;
-  double x = 0, y = 0, z = 0;
+// Partial sums of a block for its local bits lo..hi-1, written to out[3 (b - lo) + 0..2]:
+// sx + i sy = sum over bit b clear of conj(a0) a1, and s0 = sum over bit b clear of |a0|^2
+// (the z sum is 2 s0 minus the block's norm). Every loop keeps four independent partial
+// sums (lanes), so it vectorises without reassociating anything: the bits depend on the
+// block alone.
+constexpr int kLanes = 4;
+
+inline double LaneSum(const double* l) { return (l[0] + l[1]) + (l[2] + l[3]); }
+
+ORVEX_KERNEL double BlockNorm(const double* __restrict re, const double* __restrict im,
+                              u64 size) {
+  if (size < kLanes) {
+    double n = 0;
+    for (u64 i = 0; i < size; ++i) n += re[i] * re[i] + im[i] * im[i];
+    return n;
+  }
+  double n[kLanes] = {};
+  for (u64 i = 0; i < size; i += kLanes)
+    for (int j = 0; j < kLanes; ++j) n[j] += re[i + j] * re[i + j] + im[i + j] * im[i + j];
+  return LaneSum(n);
+}
+
+// Four doubles as one value: the compiler's vector extension, so the sums below are vector
+// sums on every target (a plain loop over lanes gets shuffled rather than vectorised).
+typedef double V4 __attribute__((vector_size(4 * sizeof(double))));
+
+inline void Load4(V4& v, const double* p) { std::memcpy(&v, p, sizeof v); }
+
+inline double Sum4(const V4& v) { return (v[0] + v[1]) + (v[2] + v[3]); }
+
+// One bit whose partner lies `s` amplitudes further (s >= 4): eight lanes in two vectors
+// where the runs allow (s >= 8), so two independent chains of additions overlap.
+ORVEX_KERNEL void BlockBlochWide(const double* __restrict re, const double* __restrict im,
+                                 u64 size, u64 s, double* out) {
+  V4 x0 = {}, y0 = {}, z0 = {}, x1 = {}, y1 = {}, z1 = {};
+  auto add = [](const double* r0, const double* i0, const double* r1, const double* i1,
+                V4& x, V4& y, V4& z) {
+    V4 ar, ai, br, bi;
+    Load4(ar, r0);
+    Load4(ai, i0);
+    Load4(br, r1);
+    Load4(bi, i1);
+    x += ar * br + ai * bi;
+    y += ar * bi - ai * br;
+    z += ar * ar + ai * ai;
+  };
   for (u64 base = 0; base < size; base += 2 * s) {
     const double* r0 = re + base;
     const double* i0 = im + base;
     const double* r1 = re + base + s;
     const double* i1 = im + base + s;
-    for (u64 k = 0; k < s; ++k) {
-      x += r0[k] * r1[k] + i0[k] * i1[k];
-      y += r0[k] * i1[k] - i0[k] * r1[k];
-      z += r0[k] * r0[k] + i0[k] * i0[k] - r1[k] * r1[k] - i1[k] * i1[k];
+    if (s == 4) {
+      add(r0, i0, r1, i1, x0, y0, z0);
+      continue;
+    }
+    for (u64 k = 0; k < s; k += 8) {
+      add(r0 + k, i0 + k, r1 + k, i1 + k, x0, y0, z0);
+      add(r0 + k + 4, i0 + k + 4, r1 + k + 4, i1 + k + 4, x1, y1, z1);
     }
   }
-  sx += x;
-  sy += y;
-  sz += z;
+  out[0] = Sum4(x0) + Sum4(x1);
+  out[1] = Sum4(y0) + Sum4(y1);
+  out[2] = Sum4(z0) + Sum4(z1);
 }
 
-ORVEX_KERNEL double BlockNorm(const double* __restrict re, const double* __restrict im, u64 size) {
-  double n = 0;
-  for (u64 i = 0; i < size; ++i) n += re[i] * re[i] + im[i] * im[i];
-  return n;
+#if defined(__clang__)
+#define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shufflevector(a, b, i, j, k, l)
+#else
+#define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shuffle(a, b, (V4i){i, j, k, l})
+typedef long long V4i __attribute__((vector_size(4 * sizeof(long long))));
+#endif
+
+// Bits with partners closer than a vector (s = 1, 2): each group of eight amplitudes holds
+// four pairs, sorted into lanes by shuffles.
+ORVEX_KERNEL void BlockBlochNarrow(const double* __restrict re, const double* __restrict im,
+                                   u64 size, u64 s, double* out) {
+  V4 x = {}, y = {}, z = {};
+  for (u64 g = 0; g < size; g += 8) {
+    V4 ra, rb, ia, ib, ar, ai, br, bi;
+    Load4(ra, re + g);
+    Load4(rb, re + g + 4);
+    Load4(ia, im + g);
+    Load4(ib, im + g + 4);
+    if (s == 1) {
+      ar = ORVEX_SHUFFLE(ra, rb, 0, 2, 4, 6);
+      br = ORVEX_SHUFFLE(ra, rb, 1, 3, 5, 7);
+      ai = ORVEX_SHUFFLE(ia, ib, 0, 2, 4, 6);
+      bi = ORVEX_SHUFFLE(ia, ib, 1, 3, 5, 7);
+    } else {
+      ar = ORVEX_SHUFFLE(ra, rb, 0, 1, 4, 5);
+      br = ORVEX_SHUFFLE(ra, rb, 2, 3, 6, 7);
+      ai = ORVEX_SHUFFLE(ia, ib, 0, 1, 4, 5);
+      bi = ORVEX_SHUFFLE(ia, ib, 2, 3, 6, 7);
+    }
+    x += ar * br + ai * bi;
+    y += ar * bi - ai * br;
+    z += ar * ar + ai * ai;
+  }
+  out[0] = Sum4(x);
+  out[1] = Sum4(y);
+  out[2] = Sum4(z);
+}
+
+// Blocks of fewer than eight amplitudes (registers of one or two qubits).
+void BlockBlochTiny(const double* re, const double* im, u64 size, u64 s, double* out) {
+  double x = 0, y = 0, z = 0;
+  for (u64 a = 0; a < size; ++a) {
+    if (a & s) continue;
+    const u64 b = a + s;
+    x += re[a] * re[b] + im[a] * im[b];
+    y += re[a] * im[b] - im[a] * re[b];
+    z += re[a] * re[a] + im[a] * im[a];
+  }
+  out[0] = x;
+  out[1] = y;
+  out[2] = z;
+}
+
+void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, double* out) {
+  for (int b = lo; b < hi; ++b) {
+    const u64 s = u64{1} << b;
+    double* o = out + 3 * (b - lo);
+    if (size < 8) BlockBlochTiny(re, im, size, s, o);
+    else if (s < kLanes) BlockBlochNarrow(re, im, size, s, o);
+    else BlockBlochWide(re, im, size, s, o);
+  }
 }
 
 // ---- Tiles: 2^W amplitudes whose indices share every bit outside a set of W bits ----
@@ -278,39 +379,91 @@ int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits) {
   return static_cast<int>(PlanGroups(qubits, ops, tileBits).size());
 }
 
+namespace {
+// A register that fits one tile takes its factors in runs of about 2^kPieceBits amplitude
+// updates; a larger one takes each sweep in slices of 2^kSliceBits amplitudes.
+constexpr int kPieceBits = 22;
+constexpr int kSliceBits = 20;
+} // namespace
+
+struct OpsPlan::Impl {
+  int qubits = 0;
+  int tileBits = kTileBits;
+  std::vector<Op> ops;      // one tile: the factors in order
+  std::size_t opsPerPiece = 1;
+  struct Sweep {
+    Tile tile;
+    std::vector<Op> local;  // the group's factors on the tile's local bits
+  };
+  std::vector<Sweep> sweeps;
+  u64 tilesPerSlice = 1;
+  u64 slicesPerSweep = 1;
+  std::size_t pieces = 0;
+};
+
+OpsPlan::OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits) {
+  auto impl = std::make_shared<Impl>();
+  impl->qubits = qubits;
+  impl->tileBits = tileBits;
+  if (ops.empty()) {
+    // nothing to apply
+  } else if (qubits <= tileBits) {
+    impl->ops = ops;
+    impl->opsPerPiece = std::max<std::size_t>(1, (std::size_t{1} << kPieceBits) >> qubits);
+    impl->pieces = (ops.size() + impl->opsPerPiece - 1) / impl->opsPerPiece;
+  } else {
+    for (const Group& g : PlanGroups(qubits, ops, tileBits)) {
+      Impl::Sweep sweep{MakeTile(qubits, g.bits), {}};
+      for (const Op* op : g.ops) {
+        Op l = *op;
+        l.a = sweep.tile.localOf[op->a];
+        if (op->kind == Op::Pair) l.b = sweep.tile.localOf[op->b];
+        sweep.local.push_back(l);
+      }
+      impl->sweeps.push_back(std::move(sweep));
+    }
+    impl->tilesPerSlice = u64{1} << std::max(0, kSliceBits - tileBits);
+    const u64 tiles = u64{1} << (qubits - tileBits);
+    impl->tilesPerSlice = std::min(impl->tilesPerSlice, tiles);
+    impl->slicesPerSweep = tiles / impl->tilesPerSlice;
+    impl->pieces = impl->sweeps.size() * impl->slicesPerSweep;
+  }
+  impl_ = std::move(impl);
+}
+
+std::size_t OpsPlan::Pieces() const { return impl_ ? impl_->pieces : 0; }
+
 template <class For>
-void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops, int tileBits) {
-  if (ops.empty()) return;
-  const int n = psi.Qubits();
-  if (n <= tileBits) {
+void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece) const {
+  const Impl& p = *impl_;
+  if (p.sweeps.empty()) {
     // The whole register is one tile: apply in place, one factor after the other. (Cutting
     // a register this small over the threads costs more in gathers and hand-overs than it
     // gains.)
-    for (const Op& op : ops) BlockOp(psi.Re(), psi.Im(), psi.Size(), op);
+    const std::size_t from = piece * p.opsPerPiece;
+    const std::size_t to = std::min(p.ops.size(), from + p.opsPerPiece);
+    for (std::size_t k = from; k < to; ++k) BlockOp(psi.Re(), psi.Im(), psi.Size(), p.ops[k]);
     return;
   }
-  for (const Group& g : PlanGroups(n, ops, tileBits)) {
-    const Tile tile = MakeTile(n, g.bits);
-    std::vector<Op> local;
-    for (const Op* op : g.ops) {
-      Op l = *op;
-      l.a = tile.localOf[op->a];
-      if (op->kind == Op::Pair) l.b = tile.localOf[op->b];
-      local.push_back(l);
-    }
-    const u64 tileSize = u64{1} << tileBits;
-    const u64 tiles = u64{1} << (n - tileBits);
-    double* re = psi.Re();
-    double* im = psi.Im();
-    policy.Run(tiles, [&](u64 t) {
-      Buffer& buf = ThreadBuffer();
-      buf.Fit(tileSize);
-      const u64 base = TileBase(tile, t);
-      Gather(tile, base, re, im, buf.re.data(), buf.im.data());
-      for (const Op& op : local) BlockOp(buf.re.data(), buf.im.data(), tileSize, op);
-      Scatter(tile, base, re, im, buf.re.data(), buf.im.data());
-    });
-  }
+  const Impl::Sweep& sweep = p.sweeps[piece / p.slicesPerSweep];
+  const u64 first = (piece % p.slicesPerSweep) * p.tilesPerSlice;
+  const u64 tileSize = u64{1} << p.tileBits;
+  double* re = psi.Re();
+  double* im = psi.Im();
+  policy.Run(p.tilesPerSlice, [&](u64 k) {
+    Buffer& buf = ThreadBuffer();
+    buf.Fit(tileSize);
+    const u64 base = TileBase(sweep.tile, first + k);
+    Gather(sweep.tile, base, re, im, buf.re.data(), buf.im.data());
+    for (const Op& op : sweep.local) BlockOp(buf.re.data(), buf.im.data(), tileSize, op);
+    Scatter(sweep.tile, base, re, im, buf.re.data(), buf.im.data());
+  });
+}
+
+template <class For>
+void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops, int tileBits) {
+  const OpsPlan plan(psi.Qubits(), ops, tileBits);
+  for (std::size_t k = 0; k < plan.Pieces(); ++k) plan.ApplyPiece(policy, psi, k);
 }
 
 template <class For>
@@ -319,64 +472,67 @@ Expectations Measure(const For& policy, const StateVector& psi, int tileBits) {
   const int n = psi.Qubits();
   e.qubits.resize(n);
   if (psi.Empty()) return e;
-  std::vector<double> sx(n), sy(n), sz(n);
+  // Per qubit: sx, sy, s0 (see BlockBloch), summed over the tasks in task order.
+  std::vector<double> sums(3 * static_cast<std::size_t>(n), 0.0);
   if (n <= tileBits) {
-    for (int q = 0; q < n; ++q) BlockBloch(psi.Re(), psi.Im(), psi.Size(), q, sx[q], sy[q], sz[q]);
+    // One tile holds the register: one task on the calling thread.
+    BlockBloch(psi.Re(), psi.Im(), psi.Size(), 0, n, sums.data());
     e.norm2 = BlockNorm(psi.Re(), psi.Im(), psi.Size());
   } else {
-    // First sweep: the low tileBits qubits and the norm; then the high qubits in groups
-    // that share tiles with a short run of low bits.
+    // Layout 0: contiguous tiles, the low tileBits qubits, read in place. Layout g > 0: tiles
+    // of a short run of low bits and the g-th group of high qubits, gathered; the group's
+    // bits are the highest of the tile, so its local bits are the top ones.
     const int minRun = std::min(kMinRunBits, tileBits - 2);
-    std::vector<std::vector<int>> measured;
-    std::vector<std::vector<int>> tileBitsOf;
+    const int perGroup = tileBits - minRun;
+    struct Layout {
+      Tile tile;
+      int firstQubit, count;  // the qubits measured in it
+    };
+    std::vector<Layout> layouts;
     {
       std::vector<int> bits;
       for (int b = 0; b < tileBits; ++b) bits.push_back(b);
-      measured.push_back(bits);
-      tileBitsOf.push_back(bits);
+      layouts.push_back({MakeTile(n, bits), 0, tileBits});
     }
-    for (int b = tileBits; b < n;) {
-      std::vector<int> bits, meas;
-      for (int k = 0; k < minRun; ++k) bits.push_back(k);
-      for (; b < n && static_cast<int>(bits.size()) < tileBits; ++b) {
-        bits.push_back(b);
-        meas.push_back(b);
-      }
-      for (int k = minRun; static_cast<int>(bits.size()) < tileBits; ++k) bits.push_back(k);
-      measured.push_back(meas);
-      tileBitsOf.push_back(bits);
+    for (int b = tileBits; b < n; b += perGroup) {
+      const int count = std::min(perGroup, n - b);
+      std::vector<int> bits;
+      for (int k = 0; k < tileBits - count; ++k) bits.push_back(k);
+      for (int k = 0; k < count; ++k) bits.push_back(b + k);
+      layouts.push_back({MakeTile(n, bits), b, count});
     }
     const u64 tileSize = u64{1} << tileBits;
     const u64 tiles = u64{1} << (n - tileBits);
-    for (std::size_t g = 0; g < measured.size(); ++g) {
-      const Tile tile = MakeTile(n, tileBitsOf[g]);
-      const auto& meas = measured[g];
-      const std::size_t stride = 3 * meas.size() + 1;
-      std::vector<double> partial(tiles * stride, 0.0);
-      policy.Run(tiles, [&](u64 t) {
+    // Each task's sums: 3 per measured qubit, then the tile's norm.
+    const std::size_t stride = 3 * static_cast<std::size_t>(tileBits) + 1;
+    std::vector<double> partial(layouts.size() * tiles * stride, 0.0);
+    policy.Run(layouts.size() * tiles, [&](u64 task) {
+      const Layout& layout = layouts[task / tiles];
+      const u64 t = task % tiles;
+      double* out = &partial[task * stride];
+      const double* re = psi.Re() + t * tileSize;
+      const double* im = psi.Im() + t * tileSize;
+      if (task >= tiles) {
         Buffer& buf = ThreadBuffer();
         buf.Fit(tileSize);
-        const u64 base = TileBase(tile, t);
-        Gather(tile, base, psi.Re(), psi.Im(), buf.re.data(), buf.im.data());
-        double* out = &partial[t * stride];
-        for (std::size_t k = 0; k < meas.size(); ++k)
-          BlockBloch(buf.re.data(), buf.im.data(), tileSize, tile.localOf[meas[k]],
-                     out[3 * k], out[3 * k + 1], out[3 * k + 2]);
-        if (g == 0) out[3 * meas.size()] = BlockNorm(buf.re.data(), buf.im.data(), tileSize);
-      });
-      // Combine in tile order: the same sums whatever the number of threads.
-      for (u64 t = 0; t < tiles; ++t) {
-        const double* in = &partial[t * stride];
-        for (std::size_t k = 0; k < meas.size(); ++k) {
-          sx[meas[k]] += in[3 * k];
-          sy[meas[k]] += in[3 * k + 1];
-          sz[meas[k]] += in[3 * k + 2];
-        }
-        if (g == 0) e.norm2 += in[3 * meas.size()];
+        Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.data(),
+               buf.im.data());
+        re = buf.re.data();
+        im = buf.im.data();
       }
-    }
+      BlockBloch(re, im, tileSize, tileBits - layout.count, tileBits, out);
+      if (task < tiles) out[3 * layout.count] = BlockNorm(re, im, tileSize);
+    });
+    for (std::size_t l = 0; l < layouts.size(); ++l)
+      for (u64 t = 0; t < tiles; ++t) {
+        const double* in = &partial[(l * tiles + t) * stride];
+        const int count = layouts[l].count;
+        for (int k = 0; k < 3 * count; ++k) sums[3 * layouts[l].firstQubit + k] += in[k];
+        if (l == 0) e.norm2 += in[3 * count];
+      }
   }
-  for (int q = 0; q < n; ++q) e.qubits[q] = {2 * sx[q], 2 * sy[q], sz[q]};
+  for (int q = 0; q < n; ++q)
+    e.qubits[q] = {2 * sums[3 * q], 2 * sums[3 * q + 1], 2 * sums[3 * q + 2] - e.norm2};
   return e;
 }
 
@@ -387,5 +543,9 @@ template void ApplyOps<SequentialFor>(const SequentialFor&, StateVector&, const 
                                       int);
 template Expectations Measure<ParallelFor>(const ParallelFor&, const StateVector&, int);
 template Expectations Measure<SequentialFor>(const SequentialFor&, const StateVector&, int);
+template void OpsPlan::ApplyPiece<ParallelFor>(const ParallelFor&, StateVector&,
+                                               std::size_t) const;
+template void OpsPlan::ApplyPiece<SequentialFor>(const SequentialFor&, StateVector&,
+                                                 std::size_t) const;
 
 } // namespace orvex::engine

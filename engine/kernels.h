@@ -7,6 +7,8 @@
 // group map to itself, so every amplitude sees the same operations in the same order.
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <vector>
 
 #include "engine/gates.h"
@@ -33,8 +35,30 @@ template <class For>
 void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops,
               int tileBits = kTileBits);
 
+// All 3N expectation values and the norm in one parallel loop of fixed tasks: each task
+// sums its own tile with independent partial sums, and the tasks' sums are added in task
+// order, so the result has the same bits whatever the number of threads. A register larger
+// than one tile is read in one tile layout for the low qubits and one for every group of
+// high qubits (a pair of amplitudes that differ in a high qubit lies in no contiguous tile).
 template <class For>
 Expectations Measure(const For& policy, const StateVector& psi, int tileBits = kTileBits);
+
+// A factor list prepared for application in pieces: the tiled sweeps of ApplyOps cut into
+// slices of tiles (or, for a register that fits one tile, runs of factors). Applying the
+// pieces in order, in one call or spread over many, gives exactly ApplyOps' result, so a
+// long application can stop between two pieces and go on later.
+class OpsPlan {
+public:
+  OpsPlan() = default;
+  OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits = kTileBits);
+  std::size_t Pieces() const;
+  template <class For>
+  void ApplyPiece(const For& policy, StateVector& psi, std::size_t piece) const;
+
+private:
+  struct Impl;
+  std::shared_ptr<const Impl> impl_;
+};
 
 // Number of full sweeps ApplyOps makes for `ops` on n qubits (the benchmark's byte count).
 int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits = kTileBits);

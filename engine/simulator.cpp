@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <new>
 #include <stdexcept>
 
@@ -44,6 +46,77 @@ std::string OutputName(int q) {
   return std::string("qubit") + (q < 10 ? "0" : "") + std::to_string(q) + ".out";
 }
 
+// The factor list of a batch of sub-steps. Outside the literal reference, a factor on qubits
+// that nothing has touched since their last factor of the same kind is multiplied into that
+// one: field halves of neighbouring (sub-)steps become one rotation (one closed form when the
+// field is the same, else the product of the two 2x2 matrices), and the two middle pair
+// factors, or the outer ones of neighbouring steps without fields, become one. Factors on
+// other qubits commute with both, so the product is unchanged.
+class FactorList {
+public:
+  explicit FactorList(bool merge) : merge_(merge) { last_.fill(-1); }
+
+  void Field(int bit, double hx, double hy, double hz, double angle) {
+    if (hx == 0 && hy == 0 && hz == 0) return;
+    const int i = last_[bit];
+    if (merge_ && i >= 0 && ops_[i].kind == Op::Single) {
+      Source& s = sources_[i];
+      if (s.pure && s.v[0] == hx && s.v[1] == hy && s.v[2] == hz) {
+        s.angle += angle;
+        ops_[i] = FieldFactor(bit, hx, hy, hz, s.angle);
+      } else {
+        const Op f = FieldFactor(bit, hx, hy, hz, angle);
+        const auto& m = ops_[i].m;
+        ops_[i].m = {f.m[0] * m[0] + f.m[1] * m[2], f.m[0] * m[1] + f.m[1] * m[3],
+                     f.m[2] * m[0] + f.m[3] * m[2], f.m[2] * m[1] + f.m[3] * m[3],
+                     Amp(), Amp(), Amp(), Amp()};
+        s.pure = false;
+      }
+      return;
+    }
+    Push(FieldFactor(bit, hx, hy, hz, angle), {true, {hx, hy, hz}, angle}, bit, bit);
+  }
+
+  void Pair(const Coupling& c, double angle) {
+    if (c.jx == 0 && c.jy == 0 && c.jz == 0) return;
+    const int a = c.i - 1, b = c.j - 1;
+    const int i = last_[a];
+    if (merge_ && i >= 0 && i == last_[b] && ops_[i].kind == Op::Pair) {
+      Source& s = sources_[i];
+      if (s.v[0] == c.jx && s.v[1] == c.jy && s.v[2] == c.jz) {
+        s.angle += angle;
+        ops_[i] = PairFactor(a, b, c.jx, c.jy, c.jz, s.angle);
+        return;
+      }
+    }
+    Push(PairFactor(a, b, c.jx, c.jy, c.jz, angle), {true, {c.jx, c.jy, c.jz}, angle}, a, b);
+  }
+
+  std::vector<Op>& Ops() { return ops_; }
+
+private:
+  struct Source {
+    bool pure;         // still the closed form of (v, angle)
+    double v[3];       // the field vector or the pair's couplings
+    double angle;
+  };
+  void Push(const Op& op, const Source& s, int a, int b) {
+    last_[a] = last_[b] = static_cast<int>(ops_.size());
+    ops_.push_back(op);
+    sources_.push_back(s);
+  }
+
+  bool merge_;
+  std::vector<Op> ops_;
+  std::vector<Source> sources_;
+  std::array<int, kMaxQubits> last_;
+};
+
+// Yoshida's triple jump: S(w1 d) S(w0 d) S(w1 d) is of fourth order when S is a symmetric
+// second-order step.
+const double kW1 = 1.0 / (2.0 - std::cbrt(2.0));
+const double kW0 = 1.0 - 2.0 * kW1;
+
 } // namespace
 
 struct Simulator::Context {
@@ -52,6 +125,7 @@ struct Simulator::Context {
   std::FILE* log = nullptr;
   std::vector<std::FILE*> out;  // qubitNN.out, index q - 1; empty when not asked for
   Granularity granularity = Granularity::Mi;
+  int integrator = kSecondOrder;
 
   struct Frame {
     const ProgramFile* program;
@@ -61,10 +135,27 @@ struct Simulator::Context {
 
   const MiFile* mi = nullptr;  // the MI being evolved, if any
   std::int64_t k = 0, l = 0;   // next sub-step of it
+  std::int64_t batch = 1;      // sub-steps per batch of this MI
   double miStart = 0;          // program time when it started
   double time = 0;             // program time after the last completed sub-step
+
+  // A batch of sub-steps whose factors are partly applied: the call that ran out of time
+  // returned between two of its pieces.
+  bool batchOpen = false;
+  OpsPlan plan;
+  std::size_t nextPiece = 0;
+  std::int64_t batchCount = 0;
+
+  // A step (step mode) that a call began and left unfinished when its time ran out.
+  bool stepOpen = false;
+
+  // Sub-steps of the whole program, nested programs counted at every call, and those done.
+  double totalSubSteps = 0, doneSubSteps = 0;
+  bool ended = false;
+
   bool qValid = false;
   Expectations q;
+  double measureSeconds = 0;  // what the last measurement of the reported values took
   EngineError error;
 
   ~Context() {
@@ -79,7 +170,33 @@ struct Simulator::Context {
     std::fputc('\n', log);
     std::fflush(log);
   }
+
+  void MeasureNow() {
+    const auto before = std::chrono::steady_clock::now();
+    q = Measure(ParallelFor(), psi);
+    measureSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - before).count();
+    qValid = true;
+  }
 };
+
+namespace {
+
+double SubStepsOf(const ProgramFile* program, std::map<const ProgramFile*, double>& memo) {
+  if (auto it = memo.find(program); it != memo.end()) return it->second;
+  double total = 0;
+  for (const ProgramEntry& e : program->entries) {
+    if (e.kind == ProgramEntry::Mi)
+      total += static_cast<double>(e.mi->fieldSteps) *
+               static_cast<double>(std::max<std::int64_t>(1, e.mi->intermediateSteps));
+    else if (e.kind == ProgramEntry::Call)
+      total += SubStepsOf(e.program, memo);
+  }
+  memo[program] = total;
+  return total;
+}
+
+} // namespace
 
 Simulator::Simulator() : memoryLimit_(PhysicalMemory()) {}
 Simulator::~Simulator() = default;
@@ -108,15 +225,24 @@ void Simulator::Fail(std::int32_t* status, const EngineError& e) {
 void Simulator::Report(double* x, double* y, double* z) {
   if (!context_ || context_->psi.Empty()) return;
   Context& c = *context_;
-  if (!c.qValid) {
-    c.q = Measure(ParallelFor(), c.psi);
-    c.qValid = true;
-  }
+  // Inside a batch the state is half-way through its factors: the values are those measured
+  // last, at a sub-step boundary.
+  if (!c.qValid && !c.batchOpen) c.MeasureNow();
   for (int i = 0; i < c.psi.Qubits() && i < kMaxQubits; ++i) {
     x[i] = (1 - c.q.qubits[i].x) / 2;
     y[i] = (1 - c.q.qubits[i].y) / 2;
     z[i] = (1 - c.q.qubits[i].z) / 2;
   }
+}
+
+// Thousandths of the program's sub-steps done; 1000 only once the program has ended.
+std::int32_t Simulator::ProgressWord() const {
+  if (!context_) return 0;
+  const Context& c = *context_;
+  if (c.ended) return 1000;
+  if (c.totalSubSteps <= 0) return 0;
+  const double share = std::floor(1000.0 * c.doneSubSteps / c.totalSubSteps);
+  return static_cast<std::int32_t>(std::clamp(share, 0.0, 999.0));
 }
 
 void Simulator::FlushOutputs(std::int32_t* status, std::int32_t* flags) {
@@ -149,6 +275,7 @@ void Simulator::Call(std::int32_t* status, std::int32_t* progress, std::int32_t*
     flags[0] = 0;
     Fail(status, {code::kProgramMissing, "(engine)", 0, e.what()});
   }
+  flags[2] = ProgressWord();
 }
 
 void Simulator::CallUnguarded(std::int32_t* status, std::int32_t* progress,
@@ -165,7 +292,7 @@ void Simulator::CallUnguarded(std::int32_t* status, std::int32_t* progress,
   flags[0] = 0;
   if (*entry == -1 || !context_) {
     std::string name(programName ? std::string(programName, strnlen(programName, 32)) : "");
-    Start(status, *noOutputFiles, flags[3], name);
+    Start(status, *noOutputFiles, flags[3], flags[1], name);
     if (*status != 0) {
       Report(x, y, z);
       return;
@@ -183,7 +310,7 @@ void Simulator::CallUnguarded(std::int32_t* status, std::int32_t* progress,
 }
 
 void Simulator::Start(std::int32_t* status, std::int32_t noOutputFiles, std::int32_t granularity,
-                      const std::string& programName) {
+                      std::int32_t integrator, const std::string& programName) {
   Abandon();
   std::FILE* log = std::fopen(kLogName, "w");
   if (!log) {
@@ -199,6 +326,11 @@ void Simulator::Start(std::int32_t* status, std::int32_t noOutputFiles, std::int
   c.Log(std::string(kEngineName) + " version " + kEngineVersion);
   const std::string name(Trim(programName));
   c.Log("program: " + name);
+  if (integrator != kSecondOrder && integrator != kFourthOrder)
+    return Fail(status, {code::kIntegratorUnknown, name, 0,
+                         "unknown integrator " + std::to_string(integrator) +
+                             " in flags word 1 (0 = second order, 4 = fourth order)"});
+  c.integrator = integrator;
   std::error_code ec;
   const std::filesystem::path runDir = std::filesystem::current_path(ec);
   if (auto e = c.tree.Load(runDir, name)) return Fail(status, e);
@@ -208,10 +340,17 @@ void Simulator::Start(std::int32_t* status, std::int32_t noOutputFiles, std::int
   c.Log("state vector: " + std::to_string(std::uint64_t{1} << n) + " amplitudes, " +
         std::to_string(bytes) + " bytes");
   c.Log("threads: " + std::to_string(EngineThreadCount()));
+  c.Log(c.integrator == kFourthOrder
+            ? "integrator: fourth order (triple jump of the symmetric second-order step)"
+            : "integrator: second order (symmetric product formula)");
   if (bytes > memoryLimit_ || !c.psi.Allocate(n))
     return Fail(status, {code::kAllocation, name, 0,
                          "cannot allocate the state vector of " + std::to_string(n) +
                              " qubits (" + std::to_string(bytes) + " bytes)"});
+  // |0...0>: every qubit at sigma_z = +1.
+  c.q.qubits.assign(n, Bloch{0, 0, 1});
+  c.q.norm2 = 1;
+  c.qValid = true;
   if (noOutputFiles == 0) {
     for (int q = 1; q <= n; ++q) {
       const std::string file = OutputName(q);
@@ -221,6 +360,8 @@ void Simulator::Start(std::int32_t* status, std::int32_t noOutputFiles, std::int
         return Fail(status, {code::kOutputFile, file, 0, "cannot create the output file"});
     }
   }
+  std::map<const ProgramFile*, double> memo;
+  c.totalSubSteps = SubStepsOf(c.tree.Top(), memo);
   c.stack.push_back({c.tree.Top(), 0});
 }
 
@@ -228,6 +369,12 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
                          std::int32_t* flags) {
   Context& c = *context_;
   const auto began = std::chrono::steady_clock::now();
+  // The call returns once this much work is done; when measuring the reported values is
+  // expensive (large registers), less often, so that measuring stays about a tenth of a run.
+  const auto interval = std::max<std::chrono::steady_clock::duration>(
+      returnInterval_, std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                           std::chrono::duration<double>(10 * c.measureSeconds)));
+  auto timeUp = [&] { return std::chrono::steady_clock::now() - began >= interval; };
 
   enum class Item { Mi, Breakpoint, End };
   // Moves the position to the next MI call or breakpoint (descending into called programs
@@ -261,10 +408,7 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
   };
   auto writeOutput = [&]() -> bool {
     if (c.out.empty()) return true;
-    if (!c.qValid) {
-      c.q = Measure(ParallelFor(), c.psi);
-      c.qValid = true;
-    }
+    if (!c.qValid) c.MeasureNow();
     for (std::size_t i = 0; i < c.out.size(); ++i) {
       const Bloch& b = c.q.qubits[i];
       if (std::fprintf(c.out[i], "%.15g %.15g %.15g %.15g\n", c.time, (1 - b.x) / 2,
@@ -279,10 +423,7 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
   auto finishMi = [&]() -> bool {
     const MiFile& mi = *c.mi;
     c.mi = nullptr;
-    if (!c.qValid) {
-      c.q = Measure(ParallelFor(), c.psi);
-      c.qValid = true;
-    }
+    if (!c.qValid) c.MeasureNow();
     const double tau = mi.timeStep;
     c.Log("MI " + mi.name + ": " + std::to_string(mi.fieldSteps) + " main steps, " +
           std::to_string(mi.intermediateSteps) + " intermediate steps, time step " +
@@ -300,6 +441,21 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     c.mi = mi;
     c.k = c.l = 0;
     c.miStart = c.time;
+    // Sub-steps per batch: about kBatchWork amplitude updates, at most kBatchOps factors, at
+    // least one. Batches start at multiples of it in every main step, whatever the calls,
+    // so a run gives the same bits however often it returns.
+    constexpr double kBatchWork = double(1 << 24);
+    constexpr double kBatchOps = 4096;
+    int fields = 0;
+    for (int q = 1; q <= mi->maxQubit; ++q) fields += mi->HasField(q) ? 1 : 0;
+    const double perSub = (c.integrator == kFourthOrder ? 3.0 : 1.0) *
+                              (fields + 2.0 * static_cast<double>(mi->couplings.size())) +
+                          1.0;
+    const double n = static_cast<double>(std::max<std::int64_t>(1, mi->intermediateSteps));
+    const double byWork = kBatchWork / (perSub * static_cast<double>(c.psi.Size()));
+    c.batch = static_cast<std::int64_t>(
+        std::clamp(std::min(byWork, kBatchOps / perSub), 1.0, n));
+    if (fields == 0 && mi->couplings.empty()) c.batch = static_cast<std::int64_t>(n);
     if (mi->initial != InitialState::None) {
       switch (mi->initial) {
       case InitialState::SpinUp: SetSpinUp(c.psi); break;
@@ -308,92 +464,94 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
       case InitialState::Ground: SetGroundState(c.psi, *mi); break;
       case InitialState::None: break;
       }
-      c.qValid = false;
+      // Measured now, so that a return inside the next batch reports this state.
+      c.MeasureNow();
       if (!writeOutput()) return false;
     }
     if (mi->fieldSteps == 0) return finishMi();
     return true;
   };
-  // Evolves the active MI by up to `want` intermediate steps, never past the end of the
-  // current main step; `done` gets the number taken. All factors of the batch go to the
-  // kernels in one list, so the tiled sweeps may span several intermediate steps.
-  auto subSteps = [&](std::int64_t want, std::int64_t& done) -> bool {
+  // Prepares the factors of `count` sub-steps from the current one (never past the end of
+  // the main step) as an open batch.
+  auto openBatch = [&](std::int64_t count) {
     const MiFile& mi = *c.mi;
     const std::int64_t n = std::max<std::int64_t>(1, mi.intermediateSteps);
-    // A batch holds at most about kBatchOps factors, so its list stays small.
-    constexpr std::int64_t kBatchOps = 4096;
-    const std::int64_t perStep =
-        2 * static_cast<std::int64_t>(mi.maxQubit + mi.couplings.size()) + 1;
-    const std::int64_t count = std::max<std::int64_t>(
-        1, std::min({want, n - c.l, kBatchOps / perStep}));
-    done = count;
     const double tau = mi.timeStep, delta = tau / static_cast<double>(n);
-    const double theta = delta / 2;
-    auto fieldOps = [&](double t, double angle, std::vector<Op>& out) {
+    FactorList list(!literal_);
+    // S(t0, h) = F(mid, h/2) C(h) F(mid, h/2), mid = t0 + h/2.
+    auto stage = [&](double mid, double h) {
       for (int q = 1; q <= mi.maxQubit; ++q) {
         if (!mi.HasField(q)) continue;
         double hx, hy, hz;
-        mi.FieldAt(q, t, hx, hy, hz);
-        if (hx == 0 && hy == 0 && hz == 0) continue;
-        out.push_back(FieldFactor(q - 1, hx, hy, hz, angle));
+        mi.FieldAt(q, mid, hx, hy, hz);
+        list.Field(q - 1, hx, hy, hz, h / 2);
+      }
+      const std::size_t p = mi.couplings.size();
+      for (std::size_t i = 0; i < p; ++i) list.Pair(mi.couplings[i], h / 2);
+      for (std::size_t i = p; i-- > 0;) list.Pair(mi.couplings[i], h / 2);
+      for (int q = 1; q <= mi.maxQubit; ++q) {
+        if (!mi.HasField(q)) continue;
+        double hx, hy, hz;
+        mi.FieldAt(q, mid, hx, hy, hz);
+        list.Field(q - 1, hx, hy, hz, h / 2);
       }
     };
-    // C(delta): the pairs forward, then backward, each over delta/2. Outside the literal
-    // reference the two middle factors (the same pair) are one factor over delta.
-    std::vector<Op> pairs;
-    const std::size_t p = mi.couplings.size();
-    for (std::size_t i = 0; i < p; ++i) {
-      const Coupling& cp = mi.couplings[i];
-      const bool middle = !literal_ && i + 1 == p;
-      pairs.push_back(PairFactor(cp.i - 1, cp.j - 1, cp.jx, cp.jy, cp.jz, middle ? delta : theta));
-    }
-    for (std::size_t i = literal_ ? p : p - (p > 0 ? 1 : 0); i-- > 0;) {
-      const Coupling& cp = mi.couplings[i];
-      pairs.push_back(PairFactor(cp.i - 1, cp.j - 1, cp.jx, cp.jy, cp.jz, theta));
-    }
-    std::vector<Op> ops;
-    if (!literal_ && mi.StaticFields()) {
-      // Static fields: F(delta/2) F(delta/2) of neighbouring intermediate steps is F(delta).
-      std::vector<Op> half, full;
-      fieldOps(0.0, theta, half);
-      fieldOps(0.0, delta, full);
-      ops = half;
-      for (std::int64_t s = 0; s < count; ++s) {
-        ops.insert(ops.end(), pairs.begin(), pairs.end());
-        if (s + 1 < count) ops.insert(ops.end(), full.begin(), full.end());
-      }
-      ops.insert(ops.end(), half.begin(), half.end());
-    } else {
-      std::vector<Op> fields;
-      for (std::int64_t s = 0; s < count; ++s) {
-        const double t =
-            static_cast<double>(c.k) * tau + (static_cast<double>(c.l + s) + 0.5) * delta;
-        fields.clear();
-        fieldOps(t, theta, fields);
-        ops.insert(ops.end(), fields.begin(), fields.end());
-        ops.insert(ops.end(), pairs.begin(), pairs.end());
-        ops.insert(ops.end(), fields.begin(), fields.end());
+    for (std::int64_t s = 0; s < count; ++s) {
+      const double t0 = static_cast<double>(c.k) * tau + static_cast<double>(c.l + s) * delta;
+      if (c.integrator == kFourthOrder) {
+        const double h1 = kW1 * delta, h0 = kW0 * delta;
+        stage(t0 + h1 / 2, h1);
+        stage(t0 + h1 + h0 / 2, h0);
+        stage(t0 + delta - h1 / 2, h1);
+      } else {
+        stage(static_cast<double>(c.k) * tau + (static_cast<double>(c.l + s) + 0.5) * delta,
+              delta);
       }
     }
     if (literal_) {
-      for (const Op& op : ops) ApplyLiteral(ParallelFor(), c.psi, op);
+      // The reference: one full sweep per factor, all at once.
+      c.plan = OpsPlan();
+      for (const Op& op : list.Ops()) ApplyLiteral(ParallelFor(), c.psi, op);
     } else {
-      ApplyOps(ParallelFor(), c.psi, ops);
+      c.plan = OpsPlan(c.psi.Qubits(), list.Ops());
     }
-    if (!ops.empty()) c.qValid = false;
-    c.l += count;
+    if (!list.Ops().empty()) c.qValid = false;
+    c.nextPiece = 0;
+    c.batchCount = count;
+    c.batchOpen = true;
+  };
+  // Applies pieces of the open batch until it is done (true) or the time is up (false).
+  // A finished batch advances the position; the MI may end with it.
+  auto advanceBatch = [&](bool& ok) -> bool {
+    while (c.nextPiece < c.plan.Pieces()) {
+      c.plan.ApplyPiece(ParallelFor(), c.psi, c.nextPiece++);
+      if (c.nextPiece < c.plan.Pieces() && timeUp()) return false;
+    }
+    c.batchOpen = false;
+    c.plan = OpsPlan();
+    const MiFile& mi = *c.mi;
+    const std::int64_t n = std::max<std::int64_t>(1, mi.intermediateSteps);
+    const double tau = mi.timeStep, delta = tau / static_cast<double>(n);
+    c.l += c.batchCount;
+    c.doneSubSteps += static_cast<double>(c.batchCount);
     if (c.l == n) {
       c.l = 0;
       ++c.k;
       c.time = c.miStart + static_cast<double>(c.k) * tau;
-      if (!writeOutput()) return false;
-      if (c.k == mi.fieldSteps) return finishMi();
+      if (!(ok = writeOutput())) return true;
+      if (c.k == mi.fieldSteps) ok = finishMi();
     } else {
       c.time = c.miStart + static_cast<double>(c.k) * tau + static_cast<double>(c.l) * delta;
     }
     return true;
   };
-  constexpr std::int64_t kWholeMainStep = std::int64_t{1} << 62;
+  // The batch that starts at the current sub-step: up to the next multiple of the MI's batch
+  // size, or a single sub-step.
+  auto batchFromHere = [&](bool single) {
+    const std::int64_t n = std::max<std::int64_t>(1, c.mi->intermediateSteps);
+    if (single) return std::int64_t{1};
+    return std::min(c.batch - c.l % c.batch, n - c.l);
+  };
   // Starts the next MI, passing over breakpoints; false at the end of the program.
   auto beginNext = [&](bool& ok) {
     const MiFile* mi = nullptr;
@@ -405,54 +563,77 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     ok = beginMi(mi);
     return true;
   };
+  auto end = [&] {
+    *progress = 0;
+    c.ended = true;
+  };
 
   if (runMode == 1) {
+    // One step of the run's granularity; a call that runs out of time returns with flags[0]
+    // set and the step open, and the next call finishes it.
     bool ok = true;
-    std::int64_t done = 0;
-    switch (c.granularity) {
-    case Granularity::Mi:
-      if (!c.mi && !beginNext(ok)) break;
-      while (ok && c.mi) ok = subSteps(kWholeMainStep, done);
-      break;
-    case Granularity::MainStep:
+    if (!c.stepOpen && !c.batchOpen) {
       if (!c.mi) {
-        if (!beginNext(ok) || !ok || !c.mi) break;
+        if (!beginNext(ok)) {
+          end();
+          return;
+        }
+        if (!ok) return;
       }
-      ok = subSteps(kWholeMainStep, done);
-      break;
-    case Granularity::SubStep:
-      if (!c.mi) {
-        if (!beginNext(ok) || !ok || !c.mi) break;
-      }
-      ok = subSteps(1, done);
-      break;
     }
-    if (!ok) return;
-    *progress = anythingLeft() ? 1 : 0;
+    c.stepOpen = true;
+    for (;;) {
+      if (c.batchOpen) {
+        const bool wasLast = c.mi && c.l + c.batchCount == std::max<std::int64_t>(
+                                                               1, c.mi->intermediateSteps);
+        if (!advanceBatch(ok)) {
+          flags[0] = 1;
+          return;
+        }
+        if (!ok) return;
+        // Done with the step?
+        if (c.granularity == Granularity::SubStep ||
+            (c.granularity == Granularity::MainStep && wasLast) || !c.mi)
+          break;
+      } else if (!c.mi) {
+        break;  // a zero-step MI, which counts as one step
+      } else {
+        openBatch(batchFromHere(c.granularity == Granularity::SubStep));
+        continue;
+      }
+      if (timeUp()) {
+        flags[0] = 1;
+        return;
+      }
+    }
+    c.stepOpen = false;
+    if (anythingLeft()) {
+      *progress = 1;
+    } else {
+      end();
+    }
     return;
   }
 
-  // Run: batches of intermediate steps sized from the time the last batch took, so the call
-  // returns close to the interval.
-  std::int64_t batch = 1;
+  // Run: to the next breakpoint or the end, returning early (between two batches, or inside
+  // one) once the interval has passed.
+  c.stepOpen = false;
   for (;;) {
-    if (c.mi) {
-      const auto before = std::chrono::steady_clock::now();
-      std::int64_t done = 0;
-      if (!subSteps(batch, done)) return;
-      const auto after = std::chrono::steady_clock::now();
-      const double perStep = std::chrono::duration<double>(after - before).count() /
-                             static_cast<double>(done);
-      const double left = std::chrono::duration<double>(returnInterval_).count() -
-                          std::chrono::duration<double>(after - began).count();
-      batch = perStep > 0 ? static_cast<std::int64_t>(
-                                std::clamp(left / perStep, 1.0, 1048576.0))
-                          : 1048576;
+    if (c.batchOpen) {
+      bool ok = true;
+      if (!advanceBatch(ok)) {
+        flags[0] = 1;
+        return;
+      }
+      if (!ok) return;
+    } else if (c.mi) {
+      openBatch(batchFromHere(false));
+      continue;
     } else {
       const MiFile* mi = nullptr;
       const Item it = next(c.stack, mi);
       if (it == Item::End) {
-        *progress = 0;
+        end();
         return;
       }
       if (it == Item::Breakpoint) {
@@ -462,7 +643,7 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
       }
       if (!beginMi(mi)) return;
     }
-    if (std::chrono::steady_clock::now() - began >= returnInterval_) {
+    if (timeUp()) {
       flags[0] = 1;
       return;
     }

@@ -18,6 +18,15 @@
 
 namespace orvex::engine {
 
+namespace code {
+// Flags word 1 names no integrator the engine has (a syntax-class fault, like the MI ones).
+inline constexpr int kIntegratorUnknown = -16;
+} // namespace code
+
+// Integrators, as flags word 1 names them at a start.
+inline constexpr int kSecondOrder = 0;
+inline constexpr int kFourthOrder = 4;
+
 // The ten arguments of kv3dll, by value, for callers inside C++.
 struct CallArgs {
   std::int32_t status = 0;
@@ -28,7 +37,9 @@ struct CallArgs {
   double x[32] = {};
   double y[32] = {};
   double z[32] = {};
-  std::int32_t flags[4] = {};     // [0] continuation, [3] step granularity
+  // [0] continuation, [1] integrator (read at a start), [2] progress in thousandths,
+  // [3] step granularity
+  std::int32_t flags[4] = {};
   char programName[33] = {};
 
   void SetProgramName(const std::string& name);
@@ -68,10 +79,11 @@ private:
                      std::int32_t* noOutputFiles, std::int32_t* entry, double* x, double* y,
                      double* z, std::int32_t* flags, char* programName);
   void Start(std::int32_t* status, std::int32_t noOutputFiles, std::int32_t granularity,
-             const std::string& programName);
+             std::int32_t integrator, const std::string& programName);
   void Continue(std::int32_t* status, std::int32_t* progress, std::int32_t runMode,
                 std::int32_t* flags);
   void Report(double* x, double* y, double* z);
+  std::int32_t ProgressWord() const;
   void FlushOutputs(std::int32_t* status, std::int32_t* flags);
   void Fail(std::int32_t* status, const EngineError& e);
   void Abandon();

@@ -157,7 +157,8 @@ double ErrorAgainst(const MiText& mi, int n, const std::function<Vector(const Ve
   EXPECT_EQ(a.status, 0);
   const Vector psi0 = StateOf(sim);
   EXPECT_NEAR(psi0.norm(), 1.0, 1e-12);
-  sim.Call(a);
+  do sim.Call(a);  // a long step returns early and goes on
+  while (a.status == 0 && a.flags[0] == 1);
   EXPECT_EQ(a.status, 0);
   EXPECT_EQ(a.progress, 0);
   return (StateOf(sim) - exact(psi0)).norm();
