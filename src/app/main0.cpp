@@ -8,6 +8,7 @@
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QMenu>
+#include <QLabel>
 #include <QMenuBar>
 #include <QStatusBar>
 #include <QToolBar>
@@ -87,7 +88,10 @@ Main0::Main0(Workspace& ws, QWidget* parent) : QMainWindow(parent), ws_(ws), ui_
   mdi_->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
   mdi_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
   setCentralWidget(mdi_);
-  statusBar()->setObjectName(QStringLiteral("StatusBar"));  // the run's progress and position
+  statusBar()->setObjectName(QStringLiteral("StatusBar"));
+  runStatus_ = new QLabel(statusBar());
+  runStatus_->setObjectName(QStringLiteral("RunStatus"));
+  statusBar()->addWidget(runStatus_, 1);
   buildMenus();
   buildToolbar();
 
@@ -279,6 +283,10 @@ void Main0::applyRunCommandStates(const RunCommandStates& states) {
   enable("MenuProject", states.ToolsMenu);
   enable("MenuHelp", states.HelpMenu);
 }
+
+void Main0::setRunStatus(const QString& text) { runStatus_->setText(text); }
+
+QString Main0::runStatus() const { return runStatus_->text(); }
 
 void Main0::showMIList() {
   miListWindow_->show();

@@ -17,6 +17,7 @@
 #include "workspace/workspace.h"
 
 class QAction;
+class QLabel;
 class QActionGroup;
 class QMdiArea;
 class QMdiSubWindow;
@@ -87,6 +88,11 @@ public:
   // tool bar, the MI list window and its tool bar. (The program editor applies its buttons.)
   void applyRunCommandStates(const RunCommandStates& states);
 
+  // The run's line in the status bar: its progress while the engine works, where a halted run
+  // stands. A label of its own, so that menu status tips passing over it do not wipe it out.
+  void setRunStatus(const QString& text);
+  QString runStatus() const;
+
   void showMIList();
   // Opens MI slot `miSlot` in a new editor window occupying editor slot `editorSlot`.
   DefaultMI* openMIEditor(int miSlot, int editorSlot);
@@ -105,6 +111,7 @@ private:
   QMdiArea* mdi_ = nullptr;
   QToolBar* toolbar_ = nullptr;
   MIList* miList_ = nullptr;
+  QLabel* runStatus_ = nullptr;
   QMdiSubWindow* miListWindow_ = nullptr;
   std::array<QPointer<DefaultMI>, kMaxMIEditors> editors_{};
   std::vector<std::string> programArguments_;

@@ -5,7 +5,6 @@
 #include <sstream>
 
 #include <QImage>
-#include <QStatusBar>
 
 #include "program_workbench_fixture.h"
 #include "view/gui/qubit_stripes.h"
@@ -109,7 +108,7 @@ TEST_F(WorkbenchE2ETest, EveryFineStepIsPlacedWhereTheEngineStands) {
     const int row = ws.Program(slot).CurrentRow;
     ASSERT_GE(row, 1) << "step " << halts;
     ASSERT_TRUE(bold(e, row)) << "step " << halts;
-    last = main->statusBar()->currentMessage();
+    last = main->runStatus();
     ASSERT_TRUE(last.startsWith(rowTexts(e)[row] + QStringLiteral(", main step "))) << last.toStdString();
     if (last.contains(QStringLiteral("intermediate"))) continue;
     std::istringstream out(dir.read("app/progs/qubit01.out"));

@@ -7,7 +7,6 @@
 #include <QCoreApplication>
 #include <QMdiArea>
 #include <QMdiSubWindow>
-#include <QStatusBar>
 
 #include "app/about_dialog.h"
 #include "app/help.h"
@@ -124,7 +123,7 @@ void ProgramWorkbench::refreshQubitWindow() {
 }
 
 void ProgramWorkbench::showRunStatus(const std::string& text) {
-  main_.statusBar()->showMessage(platform::FromBytes(text));
+  main_.setRunStatus(platform::FromBytes(text));
 }
 
 void ProgramWorkbench::showEditor(int slot) {
