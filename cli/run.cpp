@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -117,6 +118,13 @@ std::string Absolute(const std::string& path) {
   return WithSlash(cwd) + path;
 }
 
+// The path without "." and ".." components, links resolved as far as the path exists.
+std::string Canonical(const std::string& path) {
+  std::error_code ec;
+  const std::filesystem::path p = std::filesystem::weakly_canonical(path, ec);
+  return ec ? path : p.string();
+}
+
 std::string Lines(std::string text) {
   for (char& c : text)
     if (c == platform::CR) c = '\n';
@@ -200,6 +208,7 @@ private:
 // Reads the set's MIs and callable programs into the table exactly as the workbench does on
 // opening; what the workbench would report in a box arrives on standard error.
 void LoadSet(Workspace& ws) {
+  RemoveStaleTemporaries(ws.MISetPath);
   ReadQubitsFile(ws);
   LoadMIFiles(ws);
   LoadCallablePrograms(ws);
@@ -209,6 +218,69 @@ std::string Number(double v) {
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%.15g", v);
   return buffer;
+}
+
+void PrintResult(Workspace& ws, int slot, Format format);
+
+// Text as a JSON string.
+std::string JsonString(const std::string& text) {
+  std::string out = "\"";
+  for (unsigned char c : text) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += static_cast<char>(c);
+    } else if (c < 0x20) {
+      char buffer[8];
+      std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
+      out += buffer;
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out + "\"";
+}
+
+// Text as a CSV field: quoted when it holds a comma, a quote or a line end.
+std::string CsvField(const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string out = "\"";
+  for (char c : text) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  return out + "\"";
+}
+
+// One step of a stepped run with the qubits' values after it. The table format gives each
+// step a heading line and its own table; csv is one table with the step in front of every
+// row; json is one array of steps (opened by the first, closed by EndSteps).
+void PrintStep(Workspace& ws, int slot, Format format, int step, const std::string& name) {
+  const int n = ws.NumberOfQubits;
+  if (format == Format::Csv) {
+    if (step == 1) std::printf("step,name,qubit,Qx,Qy,Qz\n");
+    for (int q = 1; q <= n; ++q)
+      std::printf("%d,%s,%d,%s,%s,%s\n", step, CsvField(name).c_str(), q,
+                  Number(ws.QubitX(slot, q)).c_str(), Number(ws.QubitY(slot, q)).c_str(),
+                  Number(ws.QubitZ(slot, q)).c_str());
+  } else if (format == Format::Json) {
+    auto json = [](double v) { return std::isfinite(v) ? Number(v) : std::string("null"); };
+    std::printf("%s\n  {\"step\": %d, \"name\": %s, \"qubits\": [", step == 1 ? "[" : ",", step,
+                JsonString(name).c_str());
+    for (int q = 1; q <= n; ++q)
+      std::printf("%s\n    {\"qubit\": %d, \"Qx\": %s, \"Qy\": %s, \"Qz\": %s}", q > 1 ? "," : "",
+                  q, json(ws.QubitX(slot, q)).c_str(), json(ws.QubitY(slot, q)).c_str(),
+                  json(ws.QubitZ(slot, q)).c_str());
+    std::printf("\n  ]}");
+  } else {
+    std::printf("%sstep %d%s%s\n", step == 1 ? "" : "\n", step, name.empty() ? "" : ": ",
+                name.c_str());
+    PrintResult(ws, slot, format);
+  }
+  std::fflush(stdout);
+}
+
+void EndSteps(Format format, int steps) {
+  if (format == Format::Json) std::printf(steps > 0 ? "\n]\n" : "[]\n");
 }
 
 void PrintResult(Workspace& ws, int slot, Format format) {
@@ -260,7 +332,9 @@ int Run(const Args& args) {
     const char* env = std::getenv("ORVEX_HOME");
     home = env && *env ? env : platform::ExecutableDirectory();
   }
-  home = WithSlash(Absolute(home));
+  // Any spelling of the directory ("." , "./", "../bin", a link) becomes one plain absolute
+  // path, so that program names made relative to it need no "." or ".." of their own.
+  home = WithSlash(Canonical(Absolute(home)));
   if (!DirectoryExists(home)) return Fail("home directory " + home + " does not exist");
 
   Workspace ws;
@@ -268,6 +342,7 @@ int Run(const Args& args) {
   CliDialogs dialogs(ws);
   CliRunUi ui;
   const int slot = 1;
+  int stepsPrinted = 0;
   try {
     // A set is one directory of the container: ".." or a path would open (and write
     // qubits.dat into) a directory that is no MI set.
@@ -279,12 +354,16 @@ int Run(const Args& args) {
     ws.MISetPath = WithSlash(*setDir);
     LoadSet(ws);
 
-    const auto program = ResolvePath(Absolute(options.program));
-    if (!program || !FileExists(*program))
+    const auto found = ResolvePath(Absolute(options.program));
+    if (!found || !FileExists(*found))
       return Fail("program file " + options.program + " not found");
-    ReadProgramFile(ws, *program, slot);
+    const std::string program = Canonical(*found);
+    const auto rows = ReadProgramForOpening(program);
+    if (!rows) return Fail("program file " + options.program + " is not a quantum program");
     ProgramSlot& p = ws.Program(slot);
-    p.Name = RelativePath(*program, ws.AppDir);
+    p.Rows = {ProgramRow{"Start", kIconStart}};
+    p.Rows.insert(p.Rows.end(), rows->begin(), rows->end());
+    p.Name = RelativePath(program, ws.AppDir);
     p.Caption = NameWithoutExtension(FileNameOf(p.Name));
     p.Status = "Program ready";
 
@@ -292,8 +371,9 @@ int Run(const Args& args) {
     ws.StepGranularity = options.granularity;
     ws.AnimateQubits = 0;
 
-    // Breakpoint to breakpoint, or with --step one step of the chosen granularity at a time;
-    // every halt is reported and the run goes on to the end.
+    // Breakpoint to breakpoint, or with --step one step of the chosen granularity at a time:
+    // every halt is reported and the run goes on to the end. A stepped run reports each step
+    // with the qubits' values after it, the last step (the one that ends the run) included.
     const int mode = options.stepping ? kModeStep : kModeRun;
     int halts = 0;
     RunProgram(ws, ui, slot, mode);
@@ -305,21 +385,34 @@ int Run(const Args& args) {
       } else {
         const int row = p.CurrentRow;
         const bool known = row > 0 && row < static_cast<int>(p.Rows.size());
-        std::fprintf(stderr, "step %d%s%s\n", halts, known ? ": " : "",
-                     known ? p.Rows[row].Text.c_str() : "");
+        PrintStep(ws, slot, options.format, halts, known ? p.Rows[row].Text : std::string());
+        stepsPrinted = halts;
       }
       RunProgram(ws, ui, slot, mode);
+    }
+    if (options.stepping && !dialogs.failed) {
+      // The step that ended the run belongs to the last call of the program.
+      std::string last;
+      for (const ProgramRow& row : p.Rows)
+        if (row.Icon == kIconMI || row.Icon == kIconProgramRow) last = row.Text;
+      ui.clear();
+      PrintStep(ws, slot, options.format, halts + 1, last);
+      stepsPrinted = halts + 1;
     }
     ui.clear();
   } catch (const RuntimeError& e) {
     ui.clear();
+    if (stepsPrinted > 0) EndSteps(options.format, stepsPrinted);
     return Fail(e.description() + ", errorcode: " + std::to_string(e.number()));
   } catch (const std::exception& e) {
     ui.clear();
+    if (stepsPrinted > 0) EndSteps(options.format, stepsPrinted);
     return Fail(e.what());
   }
+  if (options.stepping && (stepsPrinted > 0 || !dialogs.failed))
+    EndSteps(options.format, stepsPrinted);  // json stays well formed
   if (dialogs.failed) return kFailure;
-  PrintResult(ws, slot, options.format);
+  if (!options.stepping) PrintResult(ws, slot, options.format);
   return 0;
 }
 

@@ -153,24 +153,95 @@ TEST_F(CliRunTest, BreakpointsAndCallablePrograms) {
   EXPECT_FALSE(dir.exists("home/progs/ghost.MP"));
 }
 
-TEST_F(CliRunTest, SteppingReportsEveryStepAndEndsAsARunDoes) {
+// The csv of a stepped run, "step,name,qubit,Qx,Qy,Qz": per step its name and the values.
+struct Step {
+  std::string name;
+  std::vector<std::vector<double>> qubits;
+};
+std::vector<Step> ParseSteps(const std::string& out) {
+  std::vector<Step> steps;
+  auto lines = SplitLines(out);
+  EXPECT_FALSE(lines.empty());
+  if (lines.empty()) return steps;
+  EXPECT_EQ(lines[0], "step,name,qubit,Qx,Qy,Qz");
+  for (std::size_t i = 1; i < lines.size(); ++i) {
+    std::stringstream cells(lines[i]);
+    std::string step, name, cell;
+    std::getline(cells, step, ',');
+    std::getline(cells, name, ',');
+    std::vector<double> row;
+    while (std::getline(cells, cell, ',')) row.push_back(std::stod(cell));
+    EXPECT_EQ(row.size(), 4u) << lines[i];
+    const std::size_t n = std::stoul(step);
+    if (n == steps.size() + 1) steps.push_back({name, {}});
+    EXPECT_EQ(n, steps.size()) << lines[i];  // steps in order, each with all its rows together
+    EXPECT_EQ(row[0], static_cast<double>(steps.back().qubits.size() + 1)) << lines[i];
+    row.erase(row.begin());
+    steps.back().qubits.push_back(row);
+  }
+  return steps;
+}
+
+TEST_F(CliRunTest, SteppingReportsEveryStepTheLastIncludedWithItsValues) {
   const std::vector<std::vector<double>> deutsch = {{.5, .5, 1}, {1, .5, .5}};
   Result program = Cli("run '" + home + "progs/deutsch.kvp' --set ideal2 --home '" + home +
                        "' --step program --format csv");
   ASSERT_EQ(program.status, 0) << program.err;
-  EXPECT_NE(program.err.find("step 1: INITIALIZE\nstep 2: Not2\nstep 3: Hadamard1\n"),
-            std::string::npos)
-      << program.err;
-  EXPECT_NE(program.err.find("step 7: Hadamard2\n"), std::string::npos) << program.err;
-  EXPECT_EQ(program.err.find("step 8"), std::string::npos) << program.err;  // the end is no halt
-  ExpectValues(ParseCsv(program.out), deutsch, "deutsch by program steps");
+  const std::vector<Step> steps = ParseSteps(program.out);
+  const std::vector<std::string> names = {"INITIALIZE", "Not2", "Hadamard1", "Hadamard2",
+                                          "Hadamard2", "CZ", "Hadamard2", "Hadamard1"};
+  ASSERT_EQ(steps.size(), names.size()) << program.out;
+  for (std::size_t k = 0; k < steps.size(); ++k) {
+    EXPECT_EQ(steps[k].name, names[k]) << k;
+    EXPECT_EQ(steps[k].qubits.size(), 2u) << k;
+  }
+  EXPECT_NE(steps[1].qubits, steps[0].qubits);  // each step carries the values after it
+  ExpectValues(steps.back().qubits, deutsch, "deutsch by program steps");
 
-  // Intermediate steps: many more halts, the same result.
+  // Intermediate steps: many more, the last again with the result; the table gives each
+  // step a heading and its own table, json one array of steps.
   Result all = Cli("run '" + home + "progs/deutsch.kvp' --set ideal2 --home '" + home +
                    "' --step all --format csv");
   ASSERT_EQ(all.status, 0) << all.err;
-  EXPECT_NE(all.err.find("step 20\n"), std::string::npos) << all.err;
-  ExpectValues(ParseCsv(all.out), deutsch, "deutsch by all steps");
+  const std::vector<Step> fine = ParseSteps(all.out);
+  ASSERT_GT(fine.size(), 20u);
+  EXPECT_EQ(fine.back().name, "Hadamard1");
+  ExpectValues(fine.back().qubits, deutsch, "deutsch by all steps");
+
+  Result table = Cli("run '" + home + "progs/deutsch.kvp' --set ideal2 --home '" + home +
+                     "' --step program");
+  ASSERT_EQ(table.status, 0) << table.err;
+  EXPECT_EQ(table.out.rfind("step 1: INITIALIZE\nqubit", 0), 0u) << table.out;
+  EXPECT_NE(table.out.find("\n\nstep 8: Hadamard1\nqubit"), std::string::npos) << table.out;
+  Result json = Cli("run '" + home + "progs/deutsch.kvp' --set ideal2 --home '" + home +
+                    "' --step program --format json");
+  ASSERT_EQ(json.status, 0) << json.err;
+  EXPECT_EQ(json.out.rfind("[\n  {\"step\": 1, \"name\": \"INITIALIZE\", \"qubits\": [", 0), 0u)
+      << json.out;
+  EXPECT_NE(json.out.find("{\"step\": 8, \"name\": \"Hadamard1\""), std::string::npos) << json.out;
+  EXPECT_EQ(json.out.substr(json.out.size() - 7), "  ]}\n]\n") << json.out;
+}
+
+TEST_F(CliRunTest, AnySpellingOfTheHomeDirectoryRuns) {
+  const std::vector<std::vector<double>> bell = Expected(
+      Header(ReadWholeFile(home + "progs/bell.kvp"), "expect"));
+  fs::create_directories(home + "bin");
+  struct Case {
+    std::string cwd, home, program;
+  } cases[] = {
+      {home, ".", "progs/bell.kvp"},
+      {home, "./", "./progs/bell.kvp"},
+      {home + "bin", "..", "../progs/bell.kvp"},
+      {home + "bin", "../bin/..", home + "progs/bell.kvp"},
+      {dir.path(), "home", "home/progs/bell.kvp"},
+      {dir.path(), "./home//", "home/./progs/../progs/bell.kvp"},
+  };
+  for (const Case& c : cases) {
+    Result r = Cli("run '" + c.program + "' --set ideal2 --home '" + c.home + "' --format csv",
+                   "cd '" + c.cwd + "' &&");
+    ASSERT_EQ(r.status, 0) << c.home << " " << c.program << ": " << r.err;
+    ExpectValues(ParseCsv(r.out), bell, c.home);
+  }
 }
 
 TEST_F(CliRunTest, TableAndJsonFormats) {

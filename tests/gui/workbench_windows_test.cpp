@@ -533,6 +533,41 @@ TEST_F(WorkbenchTest, SetWindowsNewSetAndQubitCount) {
   EXPECT_EQ(ws.NumberOfQubits, 6);
 }
 
+TEST_F(WorkbenchTest, TheQubitCountChangesOnlyWhenOKIsPressed) {
+  ScriptedDialogs dialogs;
+  startWith("alpha");
+  const std::string pulse = dir.read("MI/alpha/Pulse.MI");
+  QString typedThree, typedTwelve;
+  bool openAfterEnter = false;
+  WhenModal<SetQubitsWindow>([&](SetQubitsWindow* d) {
+    d->Combo1->setFocus();
+    QTest::keyClick(d->Combo1, Qt::Key_3);  // on 3 already: 3 stays, the list does not move on
+    typedThree = d->Combo1->currentText();
+    QTest::keyClick(d->Combo1, Qt::Key_Return);  // Enter is no OK
+    QTest::keyClick(d->Combo1, Qt::Key_Enter);
+    openAfterEnter = d->isVisible();
+    QTest::keyClicks(d->Combo1, "12");
+    typedTwelve = d->Combo1->currentText();
+    QTest::mouseClick(d->Cancel, Qt::LeftButton);
+  });
+  list().button(3)->trigger();
+  EXPECT_EQ(typedThree, "3");
+  EXPECT_TRUE(openAfterEnter);
+  EXPECT_EQ(typedTwelve, "12");
+  EXPECT_EQ(ws.NumberOfQubits, 3);
+  EXPECT_EQ(dir.read("MI/alpha/qubits.dat"), " 3 \r\n");
+  EXPECT_EQ(dir.read("MI/alpha/Pulse.MI"), pulse);
+
+  WhenModal<SetQubitsWindow>([&](SetQubitsWindow* d) {
+    QTest::keyClick(d->Combo1, Qt::Key_5);
+    QTest::mouseClick(d->OK, Qt::LeftButton);
+  });
+  list().button(3)->trigger();
+  EXPECT_EQ(ws.NumberOfQubits, 5);
+  EXPECT_EQ(dir.read("MI/alpha/qubits.dat"), " 5 \r\n");
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
 TEST_F(WorkbenchTest, CloseAsksTheProgramsFirstAndTheirCancelKeepsItOpen) {
   ScriptedDialogs dialogs;
   startWith("alpha");
