@@ -207,6 +207,142 @@ TEST_F(Protocol, LongRunsReturnEarlyAndResume) {
   EXPECT_NEAR(a.z[0], 1.0, 1e-9);
 }
 
+// ---- Large registers, early returns in step mode, the engine's flag words ----
+
+// 16 qubits, fields on qubits 1 and 16 and one coupling between them: cheap sub-steps, yet a
+// main step of 200 of them is far more than one batch of factors.
+MiText WideChain(long main, long sub) {
+  MiText m;
+  m.qubits = 16;
+  m.Field(1, 0, 0.9).Field(1, 6, 0.4).Field(16, 3, -0.7).Field(16, 4, 0.3).Field(16, 5, 1.7);
+  m.Pair(1, 16, 0.5, -0.3, 0.8);
+  m.fieldSteps = main;
+  m.intermediateSteps = sub;
+  m.timeStep = 0.25;
+  return m;
+}
+
+// Steps through a program to its end; each finished step (flags[0] = 0) leaves its state in
+// `states` and its progress word in `progress`; returns the number of early returns.
+int StepThrough(Simulator& sim, CallArgs a, std::vector<Vector>& states,
+                std::vector<int>* progress = nullptr) {
+  int early = 0;
+  for (int calls = 0; calls < 100000; ++calls) {
+    a.progress = 1;
+    const int before = a.progress;
+    sim.Call(a);
+    EXPECT_EQ(a.status, 0);
+    if (a.status != 0) break;
+    if (a.flags[0] == 1) {
+      ++early;
+      EXPECT_EQ(a.progress, before);
+      continue;
+    }
+    states.push_back(StateOf(sim));
+    if (progress) progress->push_back(a.progress);
+    if (a.progress == 0) break;
+  }
+  return early;
+}
+
+TEST_F(Protocol, MainStepsAreWholeStepsAtSixteenQubits) {
+  dir.write("chain.MI", WideChain(4, 200).Text());
+  dir.write("test.kvp", ProgramText({"@chain.MI"}));
+  sim.SetReturnInterval(std::chrono::hours(1));
+  std::vector<Vector> steps;
+  std::vector<int> progress;
+  StepThrough(sim, StartArgs("test.kvp", 1, -1), steps, &progress);
+  EXPECT_EQ(progress, (std::vector<int>{1, 1, 1, 0}));
+  EXPECT_NEAR(sim.ProgramTime(), 1.0, 1e-12);
+  // The same bits as a run without halts.
+  Simulator whole;
+  ASSERT_EQ(RunToEnd(whole, "test.kvp").status, 0);
+  ASSERT_FALSE(steps.empty());
+  EXPECT_EQ(steps.back(), StateOf(whole));
+}
+
+TEST_F(Protocol, StepsThatRunOutOfTimeReturnEarlyAndFinishWithTheSameBits) {
+  // Fields on all 16 qubits and a chain of couplings: a sub-step takes several sweeps, so a
+  // call without time left returns inside sub-steps as well as between them.
+  MiText chain = WideChain(2, 6);
+  for (int q = 1; q <= 16; ++q) chain.Field(q, 6, 0.1 * q).Field(q, 0, 0.05 * (17 - q));
+  for (int q = 1; q < 16; ++q) chain.Pair(q, q + 1, 0.3, 0.2, 0.4 + 0.01 * q);
+  dir.write("init.MI", Up(16).Text());
+  dir.write("chain.MI", chain.Text());
+  dir.write("test.kvp", ProgramText({"@init.MI", "@chain.MI", "!BREAKPOINT", "@chain.MI"}));
+  for (int granularity : {0, -1, 1}) {
+    std::vector<Vector> patient, hurried;
+    Simulator a, b;
+    a.SetReturnInterval(std::chrono::hours(1));
+    b.SetReturnInterval(std::chrono::microseconds(0));
+    EXPECT_EQ(StepThrough(a, StartArgs("test.kvp", 1, granularity), patient), 0);
+    EXPECT_GT(StepThrough(b, StartArgs("test.kvp", 1, granularity), hurried), 0);
+    ASSERT_EQ(patient.size(), hurried.size()) << granularity;
+    for (std::size_t k = 0; k < patient.size(); ++k)
+      EXPECT_EQ(patient[k], hurried[k]) << granularity << " step " << k;
+  }
+}
+
+TEST_F(Protocol, FlagWordOneChoosesTheIntegratorAtTheStart) {
+  dir.write("test.kvp", ProgramText({"@INITIALIZE.MI", "@half.MI"}));
+  for (int word : {7, -1, 2}) {
+    CallArgs a = StartArgs("test.kvp");
+    a.flags[1] = word;
+    sim.Call(a);
+    EXPECT_LE(a.status, -1) << word;  // a syntax-class code
+    EXPECT_GE(a.status, -19) << word;
+    EXPECT_NE(dir.read("kv1dll.log").find("error " + std::to_string(a.status) +
+                                          ": test.kvp:0: unknown integrator " +
+                                          std::to_string(word)),
+              std::string::npos)
+        << dir.read("kv1dll.log");
+  }
+  for (int word : {0, 4}) {
+    CallArgs a = StartArgs("test.kvp");
+    a.flags[1] = word;
+    sim.Call(a);
+    EXPECT_EQ(a.status, 0) << word;
+    EXPECT_NEAR(a.z[0], 0.5, 1e-12);
+    EXPECT_NE(dir.read("kv1dll.log").find(word == 4 ? "integrator: fourth order"
+                                                    : "integrator: second order"),
+              std::string::npos);
+  }
+}
+
+TEST_F(Protocol, FlagWordTwoCountsSubStepsThroughNestedPrograms) {
+  dir.write("a.MI", RotX(1.0, 2, 5).Text());    // 10 sub-steps
+  dir.write("b.MI", RotX(0.5, 4, 5).Text());    // 20
+  dir.write("inner.kvp", ProgramText({"@b.MI", "!BREAKPOINT"}));
+  dir.write("inner.MP", "@inner.kvp\r\n");
+  dir.write("test.kvp", ProgramText({"@INITIALIZE.MI", "@a.MI", "@inner.MP", "@inner.MP"}));
+  // Run mode: 30 of the 50 sub-steps at the first halt; all 50 at the second, which is not
+  // yet the end; 1000 only at the end.
+  CallArgs a = StartArgs("test.kvp");
+  std::vector<int> words;
+  for (int calls = 0; calls < 10 && (words.empty() || a.progress == 1); ++calls) {
+    a.progress = 1;
+    sim.Call(a);
+    ASSERT_EQ(a.status, 0);
+    words.push_back(a.flags[2]);
+  }
+  EXPECT_EQ(words, (std::vector<int>{600, 999, 1000}));
+  // Step by step: never down, 1000 exactly at the end.
+  CallArgs s = StartArgs("test.kvp", 1, 1);
+  int last = 0, steps = 0;
+  do {
+    sim.Call(s);
+    ASSERT_EQ(s.status, 0);
+    EXPECT_GE(s.flags[2], last);
+    EXPECT_EQ(s.flags[2] == 1000, s.progress == 0);
+    last = s.flags[2];
+  } while (s.progress == 1 && ++steps < 100);
+  EXPECT_EQ(last, 1000);
+  // An abandoned run reports nothing done.
+  s.entry = -2;
+  sim.Call(s);
+  EXPECT_EQ(s.flags[2], 0);
+}
+
 TEST_F(Protocol, AbandonFreesTheContextAndAStartBeginsAfresh) {
   dir.write("test.kvp", ProgramText({"@INITIALIZE.MI", "@half.MI", "!BREAKPOINT", "@half.MI"}));
   CallArgs a = StartArgs("test.kvp");
