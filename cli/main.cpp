@@ -11,7 +11,7 @@ const char* kUsage =
     "usage: orvex-cli mi normalize FILE [--qubits N]\n"
     "       orvex-cli program normalize FILE\n"
     "       orvex-cli run PROGRAM --set NAME [--home DIR] [--step program|main|all]\n"
-    "                 [--output-files] [--format table|csv|json]\n";
+    "                 [--output-files] [--format table|csv|json] [--order 2|4]\n";
 
 } // namespace
 

@@ -39,6 +39,7 @@ struct RunOptions {
   std::string set;
   std::string home;
   int granularity = 0;  // StepGranularity: 0 program, 1 main, 2 all steps
+  std::int32_t integrator = kIntegratorSecondOrder;  // --order 2 or 4
   bool stepping = false;  // --step given: go step by step instead of breakpoint to breakpoint
   bool outputFiles = false;
   Format format = Format::Table;
@@ -69,7 +70,8 @@ std::optional<RunOptions> ParseRunOptions(const Args& args, std::string& error) 
       error = "option " + arg + " needs a value";
       return std::nullopt;
     };
-    if (arg == "--set" || arg == "--home" || arg == "--step" || arg == "--format") {
+    if (arg == "--set" || arg == "--home" || arg == "--step" || arg == "--format" ||
+        arg == "--order") {
       auto v = value();
       if (!v) return std::nullopt;
       if (arg == "--set") {
@@ -82,6 +84,10 @@ std::optional<RunOptions> ParseRunOptions(const Args& args, std::string& error) 
         else if (*v == "main") options.granularity = 1;
         else if (*v == "all") options.granularity = 2;
         else { error = "--step takes program, main or all, not '" + *v + "'"; return std::nullopt; }
+      } else if (arg == "--order") {
+        if (*v == "2") options.integrator = kIntegratorSecondOrder;
+        else if (*v == "4") options.integrator = kIntegratorFourthOrder;
+        else { error = "--order takes 2 or 4, not '" + *v + "'"; return std::nullopt; }
       } else {
         if (*v == "table") options.format = Format::Table;
         else if (*v == "csv") options.format = Format::Csv;
@@ -369,6 +375,7 @@ int Run(const Args& args) {
 
     ws.NoOutputFiles = options.outputFiles ? 0 : 1;
     ws.StepGranularity = options.granularity;
+    ws.Integrator = options.integrator;
     ws.AnimateQubits = 0;
 
     // Breakpoint to breakpoint, or with --step one step of the chosen granularity at a time:
