@@ -441,10 +441,12 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     c.mi = mi;
     c.k = c.l = 0;
     c.miStart = c.time;
-    // Sub-steps per batch: about kBatchWork amplitude updates, at most kBatchOps factors, at
-    // least one. Batches start at multiples of it in every main step, whatever the calls,
-    // so a run gives the same bits however often it returns.
-    constexpr double kBatchWork = double(1 << 24);
+    // Sub-steps per batch: about kBatchWork amplitude updates (some 0.1 s), at most kBatchOps
+    // factors, at least one. Longer batches share sweeps between sub-steps; a call returns
+    // inside a batch when its time is up (showing the values measured last). Batches start
+    // at multiples of the size in every main step, whatever the calls, so a run gives the
+    // same bits however often it returns.
+    constexpr double kBatchWork = double(1 << 28);
     constexpr double kBatchOps = 4096;
     int fields = 0;
     for (int q = 1; q <= mi->maxQubit; ++q) fields += mi->HasField(q) ? 1 : 0;
