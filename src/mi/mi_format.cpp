@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -97,30 +98,6 @@ void AtLine(const std::string& source, std::size_t lineNo, F&& body) {
     throw RuntimeError(e.code(), e.description() + " (" + where + "line " +
                                      std::to_string(lineNo) + ")");
   }
-}
-
-// The description as lines the reader takes back as this very text: "!" + text, except
-// that a keyword the reader would act on ("INITIAL STATE", "CHECK NORM") is broken over two
-// lines at its blank (the reader joins lines with one blank), and a text that would read as
-// "!END" or "!ABOUT" gets a blank after the "!" (the reader trims it away again).
-std::vector<std::string> DescriptionLines(const std::string& description) {
-  std::vector<std::string> lines;
-  std::string rest = description;
-  for (;;) {
-    const std::string upper = Upper(rest);
-    std::size_t cut = std::string::npos;
-    for (const char* keyword : {"INITIAL STATE", "CHECK NORM"}) {
-      const std::size_t p = upper.find(keyword);
-      if (p != std::string::npos && (cut == std::string::npos || p < cut))
-        cut = p + std::string(keyword).find(' ');
-    }
-    if (cut == std::string::npos) break;
-    lines.push_back("!" + rest.substr(0, cut));
-    rest.erase(0, cut + 1);
-  }
-  const std::string whole = Upper(rest);
-  lines.push_back((lines.empty() && (whole == "END" || whole == "ABOUT") ? "! " : "!") + rest);
-  return lines;
 }
 
 } // namespace
@@ -340,9 +317,23 @@ std::string FormatMI(MicroInstruction& mi, int numberOfQubits, double rnd) {
   line(mi.CheckNorm ? "CHECK NORM" : "NO CHECK NORM");
   line("!ABOUT");
   if (mi.Description.empty()) mi.Description = "(none)";
-  for (const std::string& l : DescriptionLines(mi.Description)) line(l);
+  line("!" + mi.Description);
   line("!END");
   return out;
+}
+
+std::string DescriptionAsReadBack(const std::string& description) {
+  // Only the description matters: no qubits, an MI that is not the initialisation MI.
+  auto mi = std::make_unique<MicroInstruction>();
+  mi->Description = description;
+  const std::string text = FormatMI(*mi, 0, 0.0);
+  auto back = std::make_unique<MicroInstruction>();
+  try {
+    ParseMI(text, *back);
+  } catch (const RuntimeError&) {
+    return {};
+  }
+  return back->Description;
 }
 
 } // namespace orvex

@@ -74,4 +74,9 @@ double TimeStepRadians(const MicroInstruction& mi);
 // random initial state (uniform in [0, 1)).
 std::string FormatMI(MicroInstruction& mi, int numberOfQubits, double rnd);
 
+// The description an MI file written with `description` gives back when read. The writer
+// puts it on one "!" line, so a text that reads as a keyword ("END", "ABOUT", anything
+// holding "INITIAL STATE" or "CHECK NORM") or spans lines does not come back as it was.
+std::string DescriptionAsReadBack(const std::string& description);
+
 } // namespace orvex

@@ -86,27 +86,14 @@ bool CheckMIName(const std::string& shownName) {
   return true;
 }
 
-std::string DescriptionAsReadBack(const std::string& description) {
-  // Only the description matters: no qubits, an MI that is not the initialisation MI.
-  auto mi = std::make_unique<MicroInstruction>();
-  mi->Description = description;
-  const std::string text = FormatMI(*mi, 0, 0.0);
-  auto back = std::make_unique<MicroInstruction>();
-  try {
-    ParseMI(text, *back);
-  } catch (const RuntimeError&) {
-    return {};
-  }
-  return back->Description;
-}
-
 bool CheckMIDescription(const std::string& description) {
   const std::string wanted = description.empty() ? std::string("(none)") : description;
   const std::string back = DescriptionAsReadBack(description);
   if (back == wanted) return true;
   platform::MsgBox("The description cannot be saved as it stands:" + std::string(1, CR) +
                        "the MI file would give it back as \"" + back + "\"." + CR +
-                       "A description is one line of text; change it and try again.",
+                       "A description is one line that is not END or ABOUT and holds neither "
+                       "INITIAL STATE nor CHECK NORM; change it and try again.",
                    Icon::Critical, Buttons::OK);
   return false;
 }

@@ -36,8 +36,6 @@ std::string RecordNameFor(const std::string& shownName, const std::string& recor
 // False, after a message, for an empty name, one with a character a file name cannot hold,
 // or one holding "#" or "!" (a program's call of the MI would end there).
 bool CheckMIName(const std::string& shownName);
-// The description as the MI file gives it back after a save (written and read again).
-std::string DescriptionAsReadBack(const std::string& description);
 // False, after a message, for a description the MI file cannot give back as it is (written
 // and read again it differs: a line break, a line the reader would take for a keyword). An
 // empty description is saved as "(none)" and passes.

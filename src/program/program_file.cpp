@@ -46,21 +46,13 @@ std::vector<ProgramRow> ReadProgramRows(const std::string& path) {
   return ParseProgram(ReadWholeFile(path));
 }
 
-// "@" + name + extension. A name holding "#" would be cut there on reading (without a "!" in
-// the line a comment begins at "#"), so its line ends in an empty "!" comment instead.
-static std::string CallLine(const std::string& name, const char* extension) {
-  const bool keepHash =
-      name.find('#') != std::string::npos && name.find('!') == std::string::npos;
-  return "@" + name + extension + (keepHash ? "!" : "") + kEOL;
-}
-
 std::string FormatProgram(const std::string& programName, const std::vector<ProgramRow>& rows) {
   std::string out = "!Quantum program " + programName + kEOL;
   for (const ProgramRow& row : rows) {
     switch (row.Icon) {
     case kIconBreakpoint: out += std::string("!BREAKPOINT") + kEOL; break;
-    case kIconMI: out += CallLine(row.Text, ".MI"); break;
-    case kIconProgramRow: out += CallLine(row.Text, ".MP"); break;
+    case kIconMI: out += "@" + row.Text + ".MI" + kEOL; break;
+    case kIconProgramRow: out += "@" + row.Text + ".MP" + kEOL; break;
     default: break;
     }
   }

@@ -164,21 +164,6 @@ TEST(MIRoundTrip, TimeStepInUnitsOfTwoPiKeepsTheUsersFigure) {
   EXPECT_EQ(plain.TimeStepInPi, 0);
 }
 
-TEST(MIRoundTrip, ADescriptionComesBackAsWritten) {
-  // Written as it stands, each of these would read as a keyword: the description would be
-  // lost and an initialisation MI's state changed by its own comment.
-  for (const char* text : {"keeps the initial state: random phases", "end", "About",
-                           "no CHECK NORM here, nor initial state: ground state"}) {
-    MicroInstruction mi;
-    mi.Name = "INITIALIZE.MI";
-    mi.InitialState = AllSpinUp;
-    mi.Description = text;
-    MicroInstruction back = Parsed(FormatMI(mi, 1, 0), "INITIALIZE.MI");
-    EXPECT_EQ(back.Description, text);
-    EXPECT_EQ(back.InitialState, AllSpinUp) << text;
-  }
-}
-
 TEST(MIReader, KeywordsAreTestedOnTheTrimmedUpperCaseLine) {
   MicroInstruction mi = Parsed(Lines({
       "  heisenberg interaction  ",

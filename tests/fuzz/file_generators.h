@@ -10,7 +10,24 @@
 #include <string>
 #include <vector>
 
+#include "mi/mi_format.h"
+#include "program/program_file.h"
+
 namespace orvex::fuzz {
+
+// The writers put a description on one "!" line and a call as "@" + name, so a fixed point
+// after one round needs a record they can carry: a description that reads back as itself
+// (the MI editor refuses any other) and names without the "#" or "!" that end a call (the
+// name check refuses those).
+inline bool WritableDescription(const MicroInstruction& mi) {
+  const std::string wanted = mi.Description.empty() ? "(none)" : mi.Description;
+  return DescriptionAsReadBack(mi.Description) == wanted;
+}
+inline bool WritableNames(const std::vector<ProgramRow>& rows) {
+  for (const ProgramRow& row : rows)
+    if (row.Text.find_first_of("#!") != std::string::npos) return false;
+  return true;
+}
 
 using Rng = std::mt19937_64;
 
