@@ -2,10 +2,10 @@
 #include "engine/program_tree.h"
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
 #include "engine/numbers.h"
+#include "workspace/errors.h"
+#include "workspace/file_bytes.h"
 
 namespace fs = std::filesystem;
 
@@ -13,13 +13,16 @@ namespace orvex::engine {
 
 namespace {
 
-bool ReadFile(const fs::path& path, std::string& text) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  text = ss.str();
-  return !in.bad();
+// The whole file, refused past the size limit the workbench's readers keep; false with the
+// reason in `why` when it cannot be read.
+bool ReadFile(const fs::path& path, std::string& text, std::string& why) {
+  try {
+    text = ReadFileBytes(path.string());
+    return true;
+  } catch (const RuntimeError& e) {
+    why = e.description();
+    return false;
+  }
 }
 
 bool IsRegularFile(const fs::path& p) {
@@ -153,8 +156,8 @@ EngineError ProgramTree::ResolveCall(const ProgramFile& caller, const ProgramEnt
   }
   // A redirect: its first line holds "@" and the program's path relative to the
   // application directory, which is the run directory or one of its ancestors.
-  std::string text;
-  if (!ReadFile(*file, text)) return where("cannot read " + entry.text);
+  std::string text, why;
+  if (!ReadFile(*file, text, why)) return where("cannot read " + entry.text + ": " + why);
   const auto lines = SplitLines(text);
   const std::string first = lines.empty() ? std::string() : lines[0];
   const std::size_t at = first.find('@');
@@ -196,9 +199,9 @@ EngineError ProgramTree::LoadProgram(const fs::path& path, const std::string& na
     slot = std::make_unique<ProgramFile>();
     slot->name = name;
     slot->path = path;
-    std::string text;
-    if (!ReadFile(path, text))
-      return {code::kProgramMissing, name, 0, "cannot read program file " + name};
+    std::string text, why;
+    if (!ReadFile(path, text, why))
+      return {code::kProgramMissing, name, 0, "cannot read program file " + name + ": " + why};
     slot->entries = ParseProgramLines(text);
   }
   ProgramFile& program = *slot;

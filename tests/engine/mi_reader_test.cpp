@@ -125,6 +125,14 @@ TEST(EngineReadsLikeTheWorkbench, AnOversizedFileIsRefusedWithTheWorkbenchError)
                                         "than 64 MB"),
             std::string::npos)
       << dir.read("kv1dll.log");
+
+  // The same limit for a program file: refused, never read into memory.
+  const std::string program = dir.write("huge.kvp", "");
+  ASSERT_EQ(::truncate(program.c_str(), (off_t{64} << 20) + 1), 0);
+  Simulator again;
+  EXPECT_EQ(RunToEnd(again, "huge.kvp").status, code::kProgramMissing);
+  EXPECT_NE(dir.read("kv1dll.log").find("huge.kvp is larger than 64 MB"), std::string::npos)
+      << dir.read("kv1dll.log");
 }
 
 // The seed a random initial state gets when the writer is handed `rnd`: the one the file had.
