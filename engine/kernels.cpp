@@ -158,6 +158,39 @@ ORVEX_KERNEL void BlockBlochWide(const double* __restrict re, const double* __re
   out[2] = Sum4(z0) + Sum4(z1);
 }
 
+// Two neighbouring bits b, b + 1 (partners s and 2s further, s >= 4) in one pass: each
+// group of four runs A, B, C, D holds the pairs (A, B), (C, D) of bit b and (A, C), (B, D) of
+// bit b + 1, so the block is read once for both. out[0..2] for bit b, out[3..5] for b + 1.
+ORVEX_KERNEL void BlockBlochWide2(const double* __restrict re, const double* __restrict im,
+                                  u64 size, u64 s, double* out) {
+  V4 xb = {}, yb = {}, zb = {}, xc = {}, yc = {}, zc = {};
+  for (u64 base = 0; base < size; base += 4 * s)
+    for (u64 k = base; k < base + s; k += 4) {
+      V4 ar, ai, br, bi, cr, ci, dr, di;
+      Load4(ar, re + k);
+      Load4(ai, im + k);
+      Load4(br, re + k + s);
+      Load4(bi, im + k + s);
+      Load4(cr, re + k + 2 * s);
+      Load4(ci, im + k + 2 * s);
+      Load4(dr, re + k + 3 * s);
+      Load4(di, im + k + 3 * s);
+      const V4 pa = ar * ar + ai * ai;
+      xb += (ar * br + ai * bi) + (cr * dr + ci * di);
+      yb += (ar * bi - ai * br) + (cr * di - ci * dr);
+      zb += pa + (cr * cr + ci * ci);
+      xc += (ar * cr + ai * ci) + (br * dr + bi * di);
+      yc += (ar * ci - ai * cr) + (br * di - bi * dr);
+      zc += pa + (br * br + bi * bi);
+    }
+  out[0] = Sum4(xb);
+  out[1] = Sum4(yb);
+  out[2] = Sum4(zb);
+  out[3] = Sum4(xc);
+  out[4] = Sum4(yc);
+  out[5] = Sum4(zc);
+}
+
 #if defined(__clang__)
 #define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shufflevector(a, b, i, j, k, l)
 #else
@@ -165,35 +198,39 @@ ORVEX_KERNEL void BlockBlochWide(const double* __restrict re, const double* __re
 typedef long long V4i __attribute__((vector_size(4 * sizeof(long long))));
 #endif
 
-// Bits with partners closer than a vector (s = 1, 2): each group of eight amplitudes holds
-// four pairs, sorted into lanes by shuffles.
+// Bits 0 and 1 (partners closer than a vector) in one pass: each group of eight amplitudes
+// holds four pairs of either bit, sorted into lanes by shuffles. out[0..2] for bit 0,
+// out[3..5] for bit 1.
 ORVEX_KERNEL void BlockBlochNarrow(const double* __restrict re, const double* __restrict im,
-                                   u64 size, u64 s, double* out) {
-  V4 x = {}, y = {}, z = {};
+                                   u64 size, double* out) {
+  V4 x0 = {}, y0 = {}, z0 = {}, x1 = {}, y1 = {}, z1 = {};
   for (u64 g = 0; g < size; g += 8) {
-    V4 ra, rb, ia, ib, ar, ai, br, bi;
+    V4 ra, rb, ia, ib;
     Load4(ra, re + g);
     Load4(rb, re + g + 4);
     Load4(ia, im + g);
     Load4(ib, im + g + 4);
-    if (s == 1) {
-      ar = ORVEX_SHUFFLE(ra, rb, 0, 2, 4, 6);
-      br = ORVEX_SHUFFLE(ra, rb, 1, 3, 5, 7);
-      ai = ORVEX_SHUFFLE(ia, ib, 0, 2, 4, 6);
-      bi = ORVEX_SHUFFLE(ia, ib, 1, 3, 5, 7);
-    } else {
-      ar = ORVEX_SHUFFLE(ra, rb, 0, 1, 4, 5);
-      br = ORVEX_SHUFFLE(ra, rb, 2, 3, 6, 7);
-      ai = ORVEX_SHUFFLE(ia, ib, 0, 1, 4, 5);
-      bi = ORVEX_SHUFFLE(ia, ib, 2, 3, 6, 7);
+    {
+      const V4 ar = ORVEX_SHUFFLE(ra, rb, 0, 2, 4, 6), br = ORVEX_SHUFFLE(ra, rb, 1, 3, 5, 7);
+      const V4 ai = ORVEX_SHUFFLE(ia, ib, 0, 2, 4, 6), bi = ORVEX_SHUFFLE(ia, ib, 1, 3, 5, 7);
+      x0 += ar * br + ai * bi;
+      y0 += ar * bi - ai * br;
+      z0 += ar * ar + ai * ai;
     }
-    x += ar * br + ai * bi;
-    y += ar * bi - ai * br;
-    z += ar * ar + ai * ai;
+    {
+      const V4 ar = ORVEX_SHUFFLE(ra, rb, 0, 1, 4, 5), br = ORVEX_SHUFFLE(ra, rb, 2, 3, 6, 7);
+      const V4 ai = ORVEX_SHUFFLE(ia, ib, 0, 1, 4, 5), bi = ORVEX_SHUFFLE(ia, ib, 2, 3, 6, 7);
+      x1 += ar * br + ai * bi;
+      y1 += ar * bi - ai * br;
+      z1 += ar * ar + ai * ai;
+    }
   }
-  out[0] = Sum4(x);
-  out[1] = Sum4(y);
-  out[2] = Sum4(z);
+  out[0] = Sum4(x0);
+  out[1] = Sum4(y0);
+  out[2] = Sum4(z0);
+  out[3] = Sum4(x1);
+  out[4] = Sum4(y1);
+  out[5] = Sum4(z1);
 }
 
 // Blocks of fewer than eight amplitudes (registers of one or two qubits).
@@ -215,9 +252,19 @@ void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, do
   for (int b = lo; b < hi; ++b) {
     const u64 s = u64{1} << b;
     double* o = out + 3 * (b - lo);
-    if (size < 8) BlockBlochTiny(re, im, size, s, o);
-    else if (s < kLanes) BlockBlochNarrow(re, im, size, s, o);
-    else BlockBlochWide(re, im, size, s, o);
+    if (size < 8 || (b == 1 && lo == 1)) {
+      BlockBlochTiny(re, im, size, s, o);
+    } else if (b == 0 && hi >= 2) {
+      BlockBlochNarrow(re, im, size, o);
+      ++b;
+    } else if (s < kLanes) {
+      BlockBlochTiny(re, im, size, s, o);
+    } else if (b + 1 < hi) {
+      BlockBlochWide2(re, im, size, s, o);
+      ++b;
+    } else {
+      BlockBlochWide(re, im, size, s, o);
+    }
   }
 }
 
