@@ -212,7 +212,10 @@ void Simulator::Call(CallArgs& a) {
        a.programName);
 }
 
-void Simulator::Abandon() { context_.reset(); }
+void Simulator::Abandon() {
+  context_.reset();
+  trace_.Reset(0);
+}
 
 void Simulator::Fail(std::int32_t* status, const EngineError& e) {
   *status = e.code;
@@ -336,6 +339,7 @@ void Simulator::Start(std::int32_t* status, std::int32_t noOutputFiles, std::int
   if (auto e = c.tree.Load(runDir, name)) return Fail(status, e);
   const int n = c.tree.Qubits();
   const std::uint64_t bytes = StateVector::BytesFor(n);
+  trace_.Reset(n);
   c.Log("qubits: " + std::to_string(n));
   c.Log("state vector: " + std::to_string(std::uint64_t{1} << n) + " amplitudes, " +
         std::to_string(bytes) + " bytes");
@@ -406,9 +410,12 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
       if (it == Item::End) return false;
     }
   };
+  // The record of a completed main step or an initial state: the output files' line and the
+  // trace's record, from one measurement.
   auto writeOutput = [&]() -> bool {
-    if (c.out.empty()) return true;
+    if (c.out.empty() && !trace_.Recording()) return true;
     if (!c.qValid) c.MeasureNow();
+    trace_.AddSigma(c.time, c.q.qubits);
     for (std::size_t i = 0; i < c.out.size(); ++i) {
       const Bloch& b = c.q.qubits[i];
       if (std::fprintf(c.out[i], "%.15g %.15g %.15g %.15g\n", c.time, (1 - b.x) / 2,

@@ -15,6 +15,7 @@
 #include "engine/kernels.h"
 #include "engine/program_tree.h"
 #include "engine/state_vector.h"
+#include "engine/trace_buffer.h"
 
 namespace orvex::engine {
 
@@ -70,6 +71,9 @@ public:
   int Qubits() const;
   const StateVector* State() const;
   double ProgramTime() const;
+  // The records of the run (engine/trace_buffer.h): emptied at every start and abandon,
+  // recording kept across runs.
+  TraceBuffer& Trace() { return trace_; }
 
   static constexpr const char* kLogName = "kv1dll.log";
 
@@ -92,6 +96,7 @@ private:
   std::uint64_t memoryLimit_;
   std::chrono::microseconds returnInterval_{25000};
   bool literal_ = false;
+  TraceBuffer trace_;
 };
 
 } // namespace orvex::engine
