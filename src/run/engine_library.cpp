@@ -44,10 +44,17 @@ std::string EngineLibrary::DefaultPath() {
   return ExecutableDirectory() + "libkv3.so";
 }
 
-Kv3Entry EngineLibrary::Load(const std::string& path) {
+namespace {
+
+struct Loaded {
+  Kv3Entry entry = nullptr;
+  EngineExtras extras;
+};
+
+const Loaded& LoadLibrary(const std::string& path) {
   // The handles are never closed: the engine keeps its run context between calls.
   static std::mutex mutex;
-  static std::map<std::string, Kv3Entry> loaded;
+  static std::map<std::string, Loaded> loaded;
   std::lock_guard<std::mutex> lock(mutex);
   if (auto it = loaded.find(path); it != loaded.end()) return it->second;
 
@@ -64,9 +71,19 @@ Kv3Entry EngineLibrary::Load(const std::string& path) {
     dlclose(handle);
     ThrowLoadError(path, text);
   }
-  auto entry = reinterpret_cast<Kv3Entry>(symbol);
-  loaded.emplace(path, entry);
-  return entry;
+  Loaded entries;
+  entries.entry = reinterpret_cast<Kv3Entry>(symbol);
+  entries.extras.record = reinterpret_cast<Kv3Record>(dlsym(handle, "kv3record"));
+  entries.extras.trace = reinterpret_cast<Kv3Trace>(dlsym(handle, "kv3trace"));
+  entries.extras.state = reinterpret_cast<Kv3State>(dlsym(handle, "kv3state"));
+  dlerror();
+  return loaded.emplace(path, entries).first->second;
 }
+
+} // namespace
+
+Kv3Entry EngineLibrary::Load(const std::string& path) { return LoadLibrary(path).entry; }
+
+EngineExtras EngineLibrary::Extras(const std::string& path) { return LoadLibrary(path).extras; }
 
 } // namespace orvex

@@ -16,6 +16,7 @@
 #include "run/engine_messages.h"
 #include "run/run_directory.h"
 #include "run/run_position.h"
+#include "run/run_trace.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
@@ -72,13 +73,14 @@ using QubitValues = std::array<double, kMaxQubits>;
 
 // Appends the state x, y, z as the next recorded step, at `position` (nullopt: unknown).
 void RecordStep(Workspace& ws, int slot, const std::optional<RunPosition>& position,
-                const QubitValues& x, const QubitValues& y, const QubitValues& z) {
+                const QubitValues& x, const QubitValues& y, const QubitValues& z, double time) {
   int index = RecordedSteps(ws) + 1;
   if (index > kMaxSteps) {  // full: the oldest entry goes
     for (int k = 1; k < kMaxSteps; ++k) {
       ws.StepTable(k) = ws.StepTable(k + 1);
       ws.StepEvent[k - 1] = ws.StepEvent[k];
       ws.StepDone[k - 1] = ws.StepDone[k];
+      ws.StepTime[k - 1] = ws.StepTime[k];
       for (int q = 1; q <= kMaxQubits; ++q) {
         ws.HistoryX(q, k) = ws.HistoryX(q, k + 1);
         ws.HistoryY(q, k) = ws.HistoryY(q, k + 1);
@@ -95,6 +97,7 @@ void RecordStep(Workspace& ws, int slot, const std::optional<RunPosition>& posit
   ws.StepTable(index) = position ? kMarkKnown : kMarkUnknown;
   ws.StepEvent[index - 1] = position ? position->event : 0;
   ws.StepDone[index - 1] = position ? position->done : 0;
+  ws.StepTime[index - 1] = time;
   ws.CurrentStep(slot) = static_cast<std::int16_t>(index - 1);
 }
 
@@ -105,7 +108,7 @@ void RecordStart(Workspace& ws, int slot) {
   QubitValues half, zero;
   half.fill(0.5);
   zero.fill(0.0);
-  RecordStep(ws, slot, RunPosition{}, half, half, zero);
+  RecordStep(ws, slot, RunPosition{}, half, half, zero, 0.0);
 }
 
 // Where a halt from `from` stands, with its row and status line (see the header).
@@ -113,6 +116,7 @@ struct Halt {
   std::optional<RunPosition> position;
   int row = -1;
   std::string text;
+  double time = -1;  // program time; negative when unknown
 };
 Halt PlaceHalt(const Workspace& ws, int slot, const std::optional<RunPosition>& from, int mode,
                std::int32_t granularityWord) {
@@ -121,7 +125,8 @@ Halt PlaceHalt(const Workspace& ws, int slot, const std::optional<RunPosition>& 
   if (!walk) return {};
   auto position = NextHalt(*walk, *from, mode, granularityWord);
   if (!position) return {};
-  return {position, RowAt(*walk, *position), PositionText(*walk, *position)};
+  return {position, RowAt(*walk, *position), PositionText(*walk, *position),
+          ProgramTimeAt(*walk, *position)};
 }
 
 // The program goes back to idle after a failed run; the engine holds no run of it any more.
@@ -137,6 +142,29 @@ void EndRunAfterFailure(Workspace& ws, RunUi& ui, int slot) {
   program.Status = "Program ready";
   ui.enableRunCommands(slot, true);
   ui.programChanged(slot);
+}
+
+// Program times for the trace of a stand-in engine without trace records: where the call loop
+// began, and the whole program's length (both negative when the walk cannot be made).
+struct TraceClock {
+  double from = -1, total = -1;
+};
+TraceClock ClockFor(const Workspace& ws, int slot, const std::optional<RunPosition>& from) {
+  TraceClock clock;
+  auto walk = WalkProgram(ws, slot, RunDirectoryOf(ws, slot));
+  if (!walk) return clock;
+  clock.total = ProgramTimeAt(*walk, RunPosition{static_cast<int>(walk->size()), 0});
+  if (from) clock.from = ProgramTimeAt(*walk, *from);
+  return clock;
+}
+
+// The time of a point from a call that returned early: the engine's progress word applied
+// to the program's length, never before where the loop began.
+double EstimatedTime(const TraceClock& clock, std::int32_t thousandths, const ProgramTrace& trace) {
+  const double last = trace.Points.empty() ? 0.0 : trace.Points.back().Time;
+  if (clock.total < 0) return last;
+  const double t = clock.total * std::clamp(thousandths, 0, 1000) / 1000.0;
+  return std::max({t, clock.from, 0.0});
 }
 
 void ReportExecutionError(Workspace& ws, RunUi& ui, int slot, const std::string& description,
@@ -221,16 +249,19 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     ws.EngineError = 0;
     ws.EngineProgress[slot - 1] = 1;
     if (ws.CurrentStep(slot) == -1 || fromIdle) ws.EngineEntry[slot - 1] = -1;
+    ProgramTrace& trace = ws.Traces[static_cast<std::size_t>(slot - 1)];
     if (fromIdle) {
       ws.EngineFlags.fill(0);
       ws.EngineFlags[1] = ws.Integrator;
       const int g = ws.StepGranularity;
       ws.EngineFlags[3] = (g >= 0 && g <= 2) ? kGranularityWord[g] : 0;
       RecordStart(ws, slot);
+      ClearTrace(trace);
     }
     // The engine goes on from the last recorded position, whichever one Back shows.
     const auto from = PositionOfStep(ws, RecordedSteps(ws));
     const std::int32_t granularityWord = ws.EngineFlags[3];
+    trace.Marker = -1;
 
     ws.RunningProgram = static_cast<std::int16_t>(slot);
     ws.EngineBusy = true;  // the editor's run control shows "Stop" from here
@@ -244,14 +275,34 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     }
 
     const Kv3Entry engine = EngineLibrary::Load();
+    const EngineExtras extras = EngineLibrary::Extras();
+    const bool engineTraces = extras.trace != nullptr;
+    if (fromIdle) {
+      if (extras.record) extras.record(1);
+      if (!engineTraces) {  // the register the engine starts from, as RecordStart has it
+        QubitValues half, zero;
+        half.fill(0.5);
+        zero.fill(0.0);
+        AppendTracePoint(trace, 0.0, ws.NumberOfQubits, half.data(), half.data(), zero.data());
+      }
+    }
+    const TraceClock clock = engineTraces ? TraceClock{} : ClockFor(ws, slot, from);
     const auto began = std::chrono::steady_clock::now();
     ui.showRunStatus(RunningText(0, 0));
+    ws.PauseRequested = false;
+    bool paused = false;
     do {
       CallEngine(engine, ws, slot, &ws.EngineError, &ws.EngineEntry[slot - 1], ws.EngineX.data(),
                  ws.EngineY.data(), ws.EngineZ.data());
       // A failed call's arrays hold nothing of this run (a start that failed before the
       // register was built writes none): they are never shown.
       if (ws.EngineError == 0) {
+        if (engineTraces)
+          DrainEngineTrace(extras, trace);
+        else
+          AppendTracePoint(trace, EstimatedTime(clock, ws.EngineFlags[2], trace),
+                           ws.NumberOfQubits, ws.EngineX.data(), ws.EngineY.data(),
+                           ws.EngineZ.data());
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - began;
         ui.showRunStatus(RunningText(ws.EngineFlags[2], elapsed.count()));
         if (ws.AnimateQubits > 0) {
@@ -262,7 +313,10 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
       }
       ui.processEvents();
       if (ws.RunningProgram != slot) break;  // reset from an event processed meanwhile
-    } while (ws.EngineFlags[0] > 0 && ws.EngineError == 0);
+      // Pause: the engine returned early and keeps its context; the run halts here.
+      if (ws.PauseRequested && ws.EngineFlags[0] > 0 && ws.EngineError == 0) paused = true;
+    } while (!paused && ws.EngineFlags[0] > 0 && ws.EngineError == 0);
+    ws.PauseRequested = false;
     ws.EngineBusy = false;
     if (ws.RunningProgram != slot) return;  // the reset did the bookkeeping
     if (ws.EngineError != 0) {
@@ -276,9 +330,19 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     ws.StartY = ws.EngineY;
     ws.StartZ = ws.EngineZ;
     CopyEngineState(ws, slot);
-    const bool halted = ws.EngineProgress[slot - 1] > 0;
-    const Halt halt = halted ? PlaceHalt(ws, slot, from, mode, granularityWord) : Halt{};
-    RecordStep(ws, slot, halt.position, ws.StartX, ws.StartY, ws.StartZ);
+    const bool halted = paused || ws.EngineProgress[slot - 1] > 0;
+    // A paused run stands somewhere inside its MI: its position is not known.
+    const Halt halt =
+        halted && !paused ? PlaceHalt(ws, slot, from, mode, granularityWord) : Halt{};
+    if (!engineTraces && !trace.Points.empty()) {  // the last call's point at its known time
+      if (halt.time >= 0) trace.Points.back().Time = halt.time;
+      else if (!halted && clock.total >= 0) trace.Points.back().Time = clock.total;
+    }
+    const double haltTime =
+        halt.time >= 0 ? halt.time : (trace.Points.empty() ? 0.0 : trace.Points.back().Time);
+    RecordStep(ws, slot, halt.position, ws.StartX, ws.StartY, ws.StartZ, haltTime);
+    trace.Marker = halted ? haltTime : -1;
+    ++trace.Revision;
 
     program.Status = "Program halted";
     program.CurrentRow = halt.row;
@@ -326,10 +390,19 @@ void StepBack(Workspace& ws, RunUi& ui, int slot) {
     ws.QubitZ(slot, q) = ws.HistoryZ(q, index);
   }
   const auto [row, text] = Describe(ws, slot, PositionOfStep(ws, index));
+  ProgramTrace& trace = ws.Traces[static_cast<std::size_t>(slot - 1)];
+  trace.Marker = ws.StepTime[index - 1];
+  ++trace.Revision;
   ws.Program(slot).CurrentRow = row;
   ui.showRunStatus(text);
   ui.programChanged(slot);
   ui.updateQubitDisplay(slot);
+}
+
+bool PauseProgram(Workspace& ws, int slot) {
+  if (!ws.EngineBusy || ws.RunningProgram != slot || ws.RunMode != kModeRun) return false;
+  ws.PauseRequested = true;
+  return true;
 }
 
 void ResetProgram(Workspace& ws, RunUi& ui, int slot) {
@@ -358,6 +431,7 @@ void ResetProgram(Workspace& ws, RunUi& ui, int slot) {
   ws.EngineEntry[slot - 1] = -1;
   ws.CurrentStep(slot) = -1;
   ws.ProgramQubits(slot) = 0;
+  ClearTrace(ws.Traces[static_cast<std::size_t>(slot - 1)]);
   ui.updateQubitDisplay(slot);
   if (!otherRunOn) ui.refreshQubitWindow();
   program.Status = "Program reset";

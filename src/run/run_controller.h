@@ -23,6 +23,13 @@
 // runs the status line shows the engine's progress word (EngineFlags word 2) and the time
 // taken (RunningText).
 //
+// Trace. Every call loop adds to Workspace::Traces of the slot (run/run_trace.h): the engine's
+// trace records, drained after every call, when it has kv3trace (recording is switched on
+// before the start call), else one point per successful call with the values it returned, at
+// the program time of the halt for the last call and estimated from the progress word for
+// early returns. A start from idle and Reset empty it; the trace's Marker is the program time
+// of the step shown while halted (Back moves it), StepTime keeping it per recorded step.
+//
 // Failed calls. The arrays of a call that returned an error are never copied into the
 // displays, animated or not: the program keeps what it showed.
 //
@@ -54,6 +61,12 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode);
 // Back: restores the state recorded one step earlier. Refused with a message when `slot` is
 // not the running program; at the oldest recorded step it only beeps.
 void StepBack(Workspace& ws, RunUi& ui, int slot);
+
+// Pause: while the call loop of `slot` runs in run mode, asks it to stop at the engine's next
+// early return. The engine keeps its context and the program is halted there as at a
+// breakpoint (its row and position unknown): Start continues, Step and Back work from there.
+// Returns false (and does nothing) when no run of `slot` is under way.
+bool PauseProgram(Workspace& ws, int slot);
 
 // Reset: back to idle, the engine told to abandon the run, the qubit display emptied
 // (ProgramQubits 0), the qubit window and the status line cleared, status "Program reset".

@@ -39,6 +39,21 @@ enum InitialStateKind : std::int16_t {
   GroundState = 0, AllSpinUp = 1, AllSpinDown = 2, RandomState = 3,
 };
 
+// One point of a program's trace: the program time and Q of every qubit, qubit q's x, y, z at
+// Q[3(q - 1) + 0, 1, 2].
+struct TracePoint {
+  double Time = 0;
+  std::array<double, 3 * 32> Q{};
+};
+// The points of one program's run, oldest first, over `Qubits` qubits; `Marker` is the
+// program time marked while the run is halted (negative: none).
+struct ProgramTrace {
+  int Qubits = 0;
+  std::vector<TracePoint> Points;
+  double Marker = -1;
+  int Revision = 0;  // bumped on every change, for the windows that draw it
+};
+
 // One micro instruction: the fields of an MI file plus the list's bookkeeping flags.
 struct MicroInstruction {
   bool InUse = false;
@@ -153,6 +168,12 @@ public:
   // (run/run_position.h).
   std::array<std::int32_t, kMaxSteps> StepEvent{};
   std::array<std::int64_t, kMaxSteps> StepDone{};
+  // The program time of recorded step k (index k - 1), where the trace marks it.
+  std::array<double, kMaxSteps> StepTime{};
+  // Set by Pause while the call loop runs: the run halts at the engine's next early return.
+  bool PauseRequested = false;
+  // The trace of each program slot's current run (index slot - 1; run/run_trace.h).
+  std::array<ProgramTrace, kMaxPrograms> Traces{};
 
   // --- engine exchange area (binary-visible: 32-bit words and doubles) -------------------
   std::int32_t EngineError = 0;
