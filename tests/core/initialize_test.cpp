@@ -5,6 +5,7 @@
 #include "mi/initialize.h"
 #include "mi/mi_file.h"
 #include "support/test_support.h"
+#include "core/error_of.h"
 #include "workspace/errors.h"
 
 namespace orvex {
@@ -46,14 +47,11 @@ TEST_F(InitializeMI, NewRecordTakesTheFirstHoleElseAppends) {
 
 TEST_F(InitializeMI, TheTableHoldsFiveHundred) {
   for (int k = 1; k <= kMaxMIs; ++k) Add("M" + std::to_string(k) + ".MI");
-  try {
-    NewMIRecord(ws);
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.code(), ErrorNumber::SubscriptOutOfRange);
-    EXPECT_EQ(e.description(),
-              "Subscript out of range: the MI set already holds 500 micro instructions and programs");
-  }
+  const auto e = test::ErrorFrom([&] { NewMIRecord(ws); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), ErrorNumber::SubscriptOutOfRange);
+  EXPECT_EQ(e->description(),
+            "Subscript out of range: the MI set already holds 500 micro instructions and programs");
   EXPECT_EQ(ws.MICount, kMaxMIs);
 }
 

@@ -6,6 +6,7 @@
 
 #include "mi/mi_file.h"
 #include "support/test_support.h"
+#include "core/error_of.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
@@ -70,7 +71,7 @@ TEST(MIWriter, WritesTheExactLayout) {
   EXPECT_EQ(FormatMI(mi, 2, 0.5), expected);
 }
 
-TEST(MIWriter, OneQubitHasNoPairLinesAndEmptyDescriptionBecomesNone) {
+TEST(MIWriter, OneQubitNoneDescriptionInitialStateAndSeed) {
   MicroInstruction mi;
   mi.Name = "A.MI";
   mi.CheckNorm = true;
@@ -79,10 +80,9 @@ TEST(MIWriter, OneQubitHasNoPairLinesAndEmptyDescriptionBecomesNone) {
   EXPECT_NE(text.find("\r\nCHECK NORM\r\n!ABOUT\r\n!(none)\r\n!END\r\n"), std::string::npos);
   EXPECT_EQ(mi.Description, "(none)");
   EXPECT_EQ(text.find("INITIAL STATE"), std::string::npos);  // not the initialisation MI
-}
 
-TEST(MIWriter, InitialStateOnlyForInitializeMI) {
-  MicroInstruction mi;
+  // The initial state is written for the initialisation MI only.
+  mi.CheckNorm = false;
   mi.InitialState = AllSpinDown;
   mi.Name = "Initialize.mi";
   EXPECT_NE(FormatMI(mi, 2, 0).find("\r\nEND\r\nINITIAL STATE: SPIN DOWN\r\nEND\r\nNO CHECK NORM"),
@@ -94,10 +94,8 @@ TEST(MIWriter, InitialStateOnlyForInitializeMI) {
   mi.Name = "Initialize.mi.bak";
   mi.InitialState = AllSpinUp;
   EXPECT_EQ(FormatMI(mi, 2, 0).find("INITIAL STATE"), std::string::npos);
-}
 
-TEST(MIWriter, RandomStateSeedCoversItsRange) {
-  MicroInstruction mi;
+  // The random state's seed covers its range.
   mi.Name = "INITIALIZE.MI";
   mi.InitialState = RandomState;
   EXPECT_NE(FormatMI(mi, 2, 0.0).find("INITIAL STATE: RANDOM\r\n1\r\nEND\r\n"), std::string::npos);
@@ -241,44 +239,28 @@ TEST(MIReader, SpinIndexSliceDropsTheCharacterBeforeTheParenthesis) {
 
   // Without "(" the last two characters go, so "SPIN : 3" names spin 0; the field line that
   // follows is a subscript error naming the file and the line.
-  try {
-    Parsed(Lines({"SPIN : 3", "1, 2, "}), "bad.MI");
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.code(), ErrorNumber::SubscriptOutOfRange);
-    EXPECT_NE(e.description().find("bad.MI"), std::string::npos);
-    EXPECT_NE(e.description().find("line 2"), std::string::npos);
-  }
+  const auto e = test::ErrorFrom([&] { Parsed(Lines({"SPIN : 3", "1, 2, "}), "bad.MI"); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), ErrorNumber::SubscriptOutOfRange);
+  EXPECT_NE(e->description().find("bad.MI"), std::string::npos);
+  EXPECT_NE(e->description().find("line 2"), std::string::npos);
   // A spin line alone, with no field line after it, stores nothing and is no error.
   EXPECT_NO_THROW(Parsed(Lines({"SPIN : 3", "END"})));
   // Spin 33 is out of range too.
   EXPECT_THROW(Parsed(Lines({"SPIN : 33 (", "1, "})), RuntimeError);
   // A ":" right before "(" gives a negative slice length: the string function's error.
-  try {
-    Parsed(Lines({"SPIN:(", "1, "}));
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), 5);
-  }
+  EXPECT_EQ(test::ErrorNumberOf([&] { Parsed(Lines({"SPIN:(", "1, "})); }), 5);
 }
 
 TEST(MIReader, PairLinesNeedFiveCommasAndIndicesInRange) {
-  try {
-    Parsed(Lines({"HEISENBERG INTERACTION", "1,2, .5,0,-1", "END"}), "/sets/a/P.MI");
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.code(), ErrorNumber::InvalidProcedureCall);
-    EXPECT_NE(e.description().find("/sets/a/P.MI"), std::string::npos);
-    EXPECT_NE(e.description().find("line 2"), std::string::npos);
-  }
+  const auto e = test::ErrorFrom([&] { Parsed(Lines({"HEISENBERG INTERACTION", "1,2, .5,0,-1", "END"}), "/sets/a/P.MI"); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), ErrorNumber::InvalidProcedureCall);
+  EXPECT_NE(e->description().find("/sets/a/P.MI"), std::string::npos);
+  EXPECT_NE(e->description().find("line 2"), std::string::npos);
   // A blank line inside the block is a pair line too.
   EXPECT_THROW(Parsed(Lines({"HEISENBERG INTERACTION", "", "END"})), RuntimeError);
-  try {
-    Parsed(Lines({"HEISENBERG INTERACTION", "1,33, 1,1,1,  !", "END"}));
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.code(), ErrorNumber::SubscriptOutOfRange);
-  }
+  EXPECT_EQ(test::ErrorCodeOf([&] { Parsed(Lines({"HEISENBERG INTERACTION", "1,33, 1,1,1,  !", "END"})); }), ErrorNumber::SubscriptOutOfRange);
   // Any pair is stored as named, even i > j; indices take the integer part.
   MicroInstruction mi = Parsed(Lines({"HEISENBERG INTERACTION", "3.9,1, 1,2,3,", "END"}));
   EXPECT_EQ(mi.J(3, 1, 1), 2);
@@ -299,13 +281,10 @@ TEST(MIReader, PairLinesNeedFiveCommasAndIndicesInRange) {
 TEST(MIFiles, ReadMissingFileIsAFileErrorNamingIt) {
   test::TempDir dir;
   MicroInstruction mi;
-  try {
-    ReadMI(dir.path() + "nope.MI", mi);
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.code(), ErrorNumber::FileNotFound);
-    EXPECT_NE(e.description().find("nope.MI"), std::string::npos);
-  }
+  const auto e = test::ErrorFrom([&] { ReadMI(dir.path() + "nope.MI", mi); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), ErrorNumber::FileNotFound);
+  EXPECT_NE(e->description().find("nope.MI"), std::string::npos);
   // The lookup ignores letter case.
   dir.write("set/Hadamard.mi", "NUMBER OF FIELD STEPS\r\n4\r\nEND\r\n");
   ReadMI(dir.path() + "set/HADAMARD.MI", mi);
@@ -393,13 +372,10 @@ TEST_F(MISaving, WriteFailureIsAFileErrorNamingTheFile) {
   dir.write("blocker", "a regular file");
   ws.MISetPath = dir.path() + "blocker/set/";
   int a = Add("A.MI");
-  try {
-    WriteMI(ws, a);
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.code(), ErrorNumber::PathNotFound);
-    EXPECT_NE(e.description().find("blocker/set/A.MI"), std::string::npos);
-  }
+  const auto e = test::ErrorFrom([&] { WriteMI(ws, a); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), ErrorNumber::PathNotFound);
+  EXPECT_NE(e->description().find("blocker/set/A.MI"), std::string::npos);
 }
 
 TEST_F(MISaving, RandomInitialStateGetsANewSeedEachWrite) {

@@ -71,12 +71,10 @@ TEST_F(SetCommandsTest, NewSetIsCreatedWithConsentAndOpened) {
 
 TEST_F(SetCommandsTest, IllegalOrCancelledNamesCreateNothing) {
   ScriptedDialogs dialogs;
-  for (const char* bad : {"a.b", "x:y", "a/b"}) {
-    ui.setName = bad;
-    dialogs.answer(Answer::OK);
-    EXPECT_FALSE(NewMISet(ws, ui));
-    EXPECT_EQ(dialogs.shown.back().text, "Illegal directory name");
-  }
+  ui.setName = "a/b";  // the name check itself is tested above
+  dialogs.answer(Answer::OK);
+  EXPECT_FALSE(NewMISet(ws, ui));
+  EXPECT_EQ(dialogs.messages(), std::vector<std::string>{"Illegal directory name"});
   ui.setName = "";
   EXPECT_FALSE(NewMISet(ws, ui));
   EXPECT_EQ(ListDirectories(dir.path() + "MI"), std::vector<std::string>{"demo"});

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "support/test_support.h"
+#include "core/error_of.h"
 #include "workspace/errors.h"
 #include "workspace/paths.h"
 #include "workspace/workspace.h"
@@ -95,19 +96,11 @@ TEST(WholeFiles, ReadSplitAndWrite) {
   CopyWholeFile(dir.path() + "f.txt", dir.path() + "g.txt");
   EXPECT_EQ(dir.read("g.txt"), "new");
 
-  try {
-    ReadWholeFile(dir.path() + "missing.txt");
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), 53);
-    EXPECT_NE(e.description().find("missing.txt"), std::string::npos);
-  }
-  try {
-    ReadWholeFile(dir.path() + "nodir/missing.txt");
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), 76);
-  }
+  const auto e = test::ErrorFrom([&] { ReadWholeFile(dir.path() + "missing.txt"); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->number(), 53);
+  EXPECT_NE(e->description().find("missing.txt"), std::string::npos);
+  EXPECT_EQ(test::ErrorNumberOf([&] { ReadWholeFile(dir.path() + "nodir/missing.txt"); }), 76);
 }
 
 TEST(WholeFiles, ALinkIsWrittenThroughAndStaysALink) {
@@ -128,13 +121,10 @@ TEST(WholeFiles, AFileTooLargeToBeAnyOfOursIsRefusedUnread) {
   test::TempDir dir;
   const std::string big = dir.write("big.MI", "");
   ASSERT_EQ(::truncate(big.c_str(), static_cast<off_t>(kMaxWholeFileBytes) + 1), 0);  // sparse
-  try {
-    ReadWholeFile(big);
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.code(), ErrorNumber::OutOfMemory);
-    EXPECT_EQ(e.description(), "Out of memory: " + big + " is larger than 64 MB");
-  }
+  const auto e = test::ErrorFrom([&] { ReadWholeFile(big); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), ErrorNumber::OutOfMemory);
+  EXPECT_EQ(e->description(), "Out of memory: " + big + " is larger than 64 MB");
   ASSERT_EQ(::truncate(big.c_str(), static_cast<off_t>(kMaxWholeFileBytes)), 0);
   EXPECT_EQ(ReadWholeFile(big).size(), kMaxWholeFileBytes);
 }
@@ -143,19 +133,11 @@ TEST(WholeFiles, AFailedWriteLeavesNoFileBehind) {
   test::TempDir dir;
   dir.write("plain", "not a directory");
   // The parent is a regular file: nothing can be created there, even by root.
-  try {
-    WriteWholeFile(dir.path() + "plain/x.MI", "data");
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), 76);
-    EXPECT_NE(e.description().find("plain/x.MI"), std::string::npos);
-  }
-  try {
-    WriteWholeFile(dir.path() + "absent/x.MI", "data");
-    FAIL() << "no error";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), 76);
-  }
+  const auto e = test::ErrorFrom([&] { WriteWholeFile(dir.path() + "plain/x.MI", "data"); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->number(), 76);
+  EXPECT_NE(e->description().find("plain/x.MI"), std::string::npos);
+  EXPECT_EQ(test::ErrorNumberOf([&] { WriteWholeFile(dir.path() + "absent/x.MI", "data"); }), 76);
   // A target that is a directory cannot be replaced; the directory keeps its contents and
   // no temporary file is left next to it.
   dir.write("d.MI/inside", "kept");

@@ -10,31 +10,13 @@
 namespace orvex {
 namespace {
 
-struct Rgb {
-  int r, g, b;
-};
-Rgb Unpack(RGBColor c) { return {RedOf(c), GreenOf(c), BlueOf(c)}; }
-
-#define EXPECT_RGB(color, R, G, B)                                            \
-  do {                                                                        \
-    const Rgb got = Unpack(color);                                            \
-    EXPECT_EQ(got.r, R);                                                      \
-    EXPECT_EQ(got.g, G);                                                      \
-    EXPECT_EQ(got.b, B);                                                      \
-  } while (0)
-
-TEST(QubitColor, KnownPointsOfTheScale) {
-  EXPECT_RGB(QubitColor(0), 0, 255, 0);
-  EXPECT_RGB(QubitColor(1), 255, 0, 0);
-  EXPECT_RGB(QubitColor(0.5), 180, 180, 0);
-  EXPECT_RGB(QubitColor(0.25), 98, 236, 0);
-  EXPECT_RGB(QubitColor(0.75), 236, 98, 0);
-}
-
-TEST(QubitColor, RedIsInTheLowByte) {
-  EXPECT_EQ(QubitColor(1), 0x0000FFu);
-  EXPECT_EQ(QubitColor(0), 0x00FF00u);
+TEST(QubitColor, KnownPointsOfTheScaleRedInTheLowByte) {
   EXPECT_EQ(RGB(1, 2, 3), 0x030201u);
+  EXPECT_EQ(QubitColor(0), 0x00FF00u);
+  EXPECT_EQ(QubitColor(1), 0x0000FFu);
+  EXPECT_EQ(QubitColor(0.5), RGB(180, 180, 0));
+  EXPECT_EQ(QubitColor(0.25), RGB(98, 236, 0));
+  EXPECT_EQ(QubitColor(0.75), RGB(236, 98, 0));
 }
 
 TEST(QubitColor, ValuesOutsideTheScaleAreClamped) {
@@ -58,11 +40,6 @@ TEST(QubitColor, BrightnessStaysEvenAndRedGrows) {
   }
 }
 
-TEST(QubitToolTip, SettledFormat) {
-  EXPECT_EQ(QubitToolTip(1, 0, 0.5), "x = 1.000 ,y = 0.000 ,z = 0.500");
-  EXPECT_EQ(QubitToolTip(0.5, 0.5, 0), "x = 0.500 ,y = 0.500 ,z = 0.000");
-}
-
 TEST(QubitToolTip, ThreeDecimalsRoundingAndSign) {
   EXPECT_EQ(Format000(-0.25), "-0.250");
   EXPECT_EQ(Format000(0.12345), "0.123");
@@ -73,6 +50,7 @@ TEST(QubitToolTip, ThreeDecimalsRoundingAndSign) {
   EXPECT_EQ(Format000(-1e20), "-100000000000000000000.000");
   EXPECT_EQ(Format000(-0.0), "0.000");
   EXPECT_EQ(Format000(-0.0001), "0.000");
+  EXPECT_EQ(QubitToolTip(1, 0, 0.5), "x = 1.000 ,y = 0.000 ,z = 0.500");
   EXPECT_EQ(QubitToolTip(-0.1, 1.2, -2), "x = -0.100 ,y = 1.200 ,z = -2.000");
 }
 
