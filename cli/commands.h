@@ -12,5 +12,6 @@ using Args = std::vector<std::string>;
 int MiNormalize(const Args& args);       // orvex-cli mi normalize FILE [--qubits N]
 int ProgramNormalize(const Args& args);  // orvex-cli program normalize FILE
 int Run(const Args& args);               // orvex-cli run PROGRAM --set NAME [...]
+int Check(const Args& args);             // orvex-cli check PROGRAM --set NAME [...]
 
 } // namespace orvex::cli

@@ -11,7 +11,9 @@ const char* kUsage =
     "usage: orvex-cli mi normalize FILE [--qubits N]\n"
     "       orvex-cli program normalize FILE\n"
     "       orvex-cli run PROGRAM --set NAME [--home DIR] [--step program|main|all]\n"
-    "                 [--output-files] [--format table|csv|json] [--order 2|4]\n";
+    "                 [--output-files] [--format table|csv|json] [--order 2|4]\n"
+    "                 [--trace FILE.csv]\n"
+    "       orvex-cli check PROGRAM --set NAME [--home DIR] [--order 2|4]\n";
 
 } // namespace
 
@@ -23,6 +25,7 @@ int main(int argc, char** argv) {
   }
   const std::string& command = args[0];
   if (command == "run") return orvex::cli::Run({args.begin() + 1, args.end()});
+  if (command == "check") return orvex::cli::Check({args.begin() + 1, args.end()});
   if (args.size() >= 2 && args[1] == "normalize") {
     orvex::cli::Args rest(args.begin() + 2, args.end());
     if (command == "mi") return orvex::cli::MiNormalize(rest);

@@ -22,6 +22,9 @@
 #include "platform/dialogs.h"
 #include "program/program_file.h"
 #include "program/program_table.h"
+#include "run/accuracy_check.h"
+#include "run/engine_library.h"
+#include "run/run_trace.h"
 #include "run/run_controller.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
@@ -43,12 +46,16 @@ struct RunOptions {
   bool stepping = false;  // --step given: go step by step instead of breakpoint to breakpoint
   bool outputFiles = false;
   Format format = Format::Table;
+  std::string trace;  // --trace FILE: the records of every main step as csv
+  std::vector<std::string> given;  // the options named, for commands that take fewer
 };
 
 constexpr int kFailure = 2;
 
+const char* command = "run";
+
 int Fail(const std::string& message) {
-  std::fprintf(stderr, "orvex-cli run: %s\n", message.c_str());
+  std::fprintf(stderr, "orvex-cli %s: %s\n", command, message.c_str());
   return kFailure;
 }
 
@@ -70,11 +77,15 @@ std::optional<RunOptions> ParseRunOptions(const Args& args, std::string& error) 
       error = "option " + arg + " needs a value";
       return std::nullopt;
     };
+    if (arg.rfind("--", 0) == 0) options.given.push_back(arg);
     if (arg == "--set" || arg == "--home" || arg == "--step" || arg == "--format" ||
-        arg == "--order") {
+        arg == "--order" || arg == "--trace") {
       auto v = value();
       if (!v) return std::nullopt;
-      if (arg == "--set") {
+      if (arg == "--trace") {
+        if (v->empty()) { error = "--trace needs a file name"; return std::nullopt; }
+        options.trace = *v;
+      } else if (arg == "--set") {
         options.set = *v;
       } else if (arg == "--home") {
         options.home = *v;
@@ -184,13 +195,56 @@ private:
   platform::DialogHandler* previous_;
 };
 
+std::string Number(double v);
+
+// --trace: the engine's records (one per completed main step and initial state), which the
+// run controller drains into the program's trace after every engine call; taken from there
+// after every call (so the trace never fills and thins) and kept as csv rows
+// "t,qubit,Qx,Qy,Qz" until the run is over.
+class TraceRecorder {
+public:
+  // False with `error` when the engine cannot be loaded or keeps no trace records (a
+  // stand-in engine without kv3trace: its points would be estimates, not records).
+  bool Open(std::string& error) {
+    try {
+      if (!EngineLibrary::Extras().trace) {
+        error = "the engine " + EngineLibrary::DefaultPath() +
+                " keeps no trace records (it lacks kv3record/kv3trace)";
+        return false;
+      }
+    } catch (const RuntimeError& e) {
+      error = e.description();
+      return false;
+    }
+    csv_ = "t,qubit,Qx,Qy,Qz\n";
+    return true;
+  }
+  void Take(ProgramTrace& trace) {
+    for (const TracePoint& point : trace.Points) {
+      const std::string t = Number(point.Time) + ",";
+      for (int q = 0; q < trace.Qubits; ++q) {
+        const std::size_t k = 3 * static_cast<std::size_t>(q);
+        csv_ += t + std::to_string(q + 1) + "," + Number(point.Q[k]) + "," +
+                Number(point.Q[k + 1]) + "," + Number(point.Q[k + 2]) + "\n";
+      }
+    }
+    trace.Points.clear();
+  }
+  const std::string& Csv() const { return csv_; }
+
+private:
+  std::string csv_;
+};
+
 // Progress on standard error while the engine works, only when that is a terminal.
 class CliRunUi : public RunUi {
 public:
-  CliRunUi() : tty_(isatty(STDERR_FILENO) == 1) {}
+  CliRunUi(TraceRecorder* recorder = nullptr, ProgramTrace* trace = nullptr)
+      : tty_(isatty(STDERR_FILENO) == 1), recorder_(recorder), trace_(trace) {}
   ~CliRunUi() override { clear(); }
 
   void processEvents() override {
+    if (recorder_ && trace_) recorder_->Take(*trace_);
     ++calls_;
     if (!tty_) return;
     auto now = std::chrono::steady_clock::now();
@@ -206,6 +260,8 @@ public:
 
 private:
   bool tty_;
+  TraceRecorder* recorder_;
+  ProgramTrace* trace_;
   bool shown_ = false;
   long calls_ = 0;
   std::chrono::steady_clock::time_point last_{};
@@ -325,14 +381,9 @@ void PrintResult(Workspace& ws, int slot, Format format) {
   }
 }
 
-} // namespace
-
-int Run(const Args& args) {
-  std::string error;
-  auto parsed = ParseRunOptions(args, error);
-  if (!parsed) return Fail(error);
-  const RunOptions& options = *parsed;
-
+// The home directory of the options (--home, else $ORVEX_HOME, else the executable's
+// directory) as one plain absolute path; nullopt after the message when it does not exist.
+std::optional<std::string> HomeOf(const RunOptions& options) {
   std::string home = options.home;
   if (home.empty()) {
     const char* env = std::getenv("ORVEX_HOME");
@@ -341,23 +392,73 @@ int Run(const Args& args) {
   // Any spelling of the directory ("." , "./", "../bin", a link) becomes one plain absolute
   // path, so that program names made relative to it need no "." or ".." of their own.
   home = WithSlash(Canonical(Absolute(home)));
-  if (!DirectoryExists(home)) return Fail("home directory " + home + " does not exist");
+  if (!DirectoryExists(home)) {
+    Fail("home directory " + home + " does not exist");
+    return std::nullopt;
+  }
+  return home;
+}
+
+// The set directory of --set under the home, ending in "/"; nullopt after the message.
+std::optional<std::string> SetDirectoryOf(const RunOptions& options, const std::string& home) {
+  // A set is one directory of the container: ".." or a path would open (and write
+  // qubits.dat into) a directory that is no MI set.
+  const bool oneName = options.set != "." && options.set != ".." &&
+                       options.set.find_first_of("/\\") == std::string::npos;
+  const auto setDir = oneName ? FindPath(home, "MI/" + options.set) : std::nullopt;
+  if (!setDir || !DirectoryExists(*setDir)) {
+    Fail("MI set '" + options.set + "' not found in " + home + "MI/");
+    return std::nullopt;
+  }
+  return WithSlash(*setDir);
+}
+
+// Where --trace writes, refused before anything runs when it cannot be a file.
+std::optional<std::string> TracePathOf(const RunOptions& options) {
+  const std::string path = Canonical(Absolute(options.trace));
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    Fail("trace file " + options.trace + " is a directory");
+    return std::nullopt;
+  }
+  const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+  if (!std::filesystem::is_directory(parent, ec)) {
+    Fail("cannot write the trace file " + options.trace + ": directory " + parent.string() +
+         " does not exist");
+    return std::nullopt;
+  }
+  return path;
+}
+
+} // namespace
+
+int Run(const Args& args) {
+  command = "run";
+  std::string error;
+  auto parsed = ParseRunOptions(args, error);
+  if (!parsed) return Fail(error);
+  const RunOptions& options = *parsed;
+
+  const auto home = HomeOf(options);
+  if (!home) return kFailure;
+  std::optional<std::string> tracePath;
+  TraceRecorder trace;
+  if (!options.trace.empty()) {
+    tracePath = TracePathOf(options);
+    if (!tracePath) return kFailure;
+    if (!trace.Open(error)) return Fail(error);
+  }
 
   Workspace ws;
-  ws.AppDir = home;
+  ws.AppDir = *home;
   CliDialogs dialogs(ws);
-  CliRunUi ui;
   const int slot = 1;
+  CliRunUi ui(tracePath ? &trace : nullptr, &ws.Traces[slot - 1]);
   int stepsPrinted = 0;
   try {
-    // A set is one directory of the container: ".." or a path would open (and write
-    // qubits.dat into) a directory that is no MI set.
-    const bool oneName = options.set != "." && options.set != ".." &&
-                         options.set.find_first_of("/\\") == std::string::npos;
-    const auto setDir = oneName ? FindPath(ws.AppDir, "MI/" + options.set) : std::nullopt;
-    if (!setDir || !DirectoryExists(*setDir))
-      return Fail("MI set '" + options.set + "' not found in " + ws.AppDir + "MI/");
-    ws.MISetPath = WithSlash(*setDir);
+    const auto setDir = SetDirectoryOf(options, ws.AppDir);
+    if (!setDir) return kFailure;
+    ws.MISetPath = *setDir;
     LoadSet(ws);
 
     const auto found = ResolvePath(Absolute(options.program));
@@ -420,6 +521,72 @@ int Run(const Args& args) {
     EndSteps(options.format, stepsPrinted);  // json stays well formed
   if (dialogs.failed) return kFailure;
   if (!options.stepping) PrintResult(ws, slot, options.format);
+  if (tracePath) {
+    trace.Take(ws.Traces[slot - 1]);
+    try {
+      WriteWholeFile(*tracePath, trace.Csv());
+    } catch (const RuntimeError& e) {
+      return Fail("cannot write the trace file " + options.trace + ": " + e.description());
+    }
+  }
+  return 0;
+}
+
+int Check(const Args& args) {
+  command = "check";
+  std::string error;
+  auto parsed = ParseRunOptions(args, error);
+  if (!parsed) return Fail(error);
+  const RunOptions& options = *parsed;
+  for (const std::string& option : options.given)
+    if (option != "--set" && option != "--home" && option != "--order")
+      return Fail("option " + option + " does not apply to check");
+
+  const auto home = HomeOf(options);
+  if (!home) return kFailure;
+  Workspace ws;
+  ws.AppDir = *home;
+  const auto setDir = SetDirectoryOf(options, ws.AppDir);
+  if (!setDir) return kFailure;
+  ws.MISetPath = *setDir;
+  const auto found = ResolvePath(Absolute(options.program));
+  if (!found || !FileExists(*found)) return Fail("program file " + options.program + " not found");
+  const std::string program = Canonical(*found);
+  if (!ReadProgramForOpening(program))
+    return Fail("program file " + options.program + " is not a quantum program");
+
+  const int order = options.integrator == kIntegratorFourthOrder ? 4 : 2;
+  CliRunUi ui;
+  const AccuracyReport report = CheckAccuracy(ws, program, order, &ui);
+  ui.clear();
+  for (const std::string& note : report.notes) std::fprintf(stderr, "warning: %s\n", note.c_str());
+  if (!report.ok) return Fail(report.error);
+
+  auto g = [](double v) {
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.6g", v);
+    return std::string(buffer);
+  };
+  auto factor = [&](double f) { return f > 0 ? g(f) : std::string("-"); };
+  std::printf("accuracy of %s, order %d: n and 2n intermediate steps compared, Q = (1 - <sigma>)/2\n",
+              FileNameOf(program).c_str(), order);
+  std::printf("deviation = max over x, y, z of |Q_n - Q_2n|; error = %s of it; n factor: error ~ n^-%d\n",
+              order == 4 ? "16/15" : "4/3", order);
+  std::vector<std::array<std::string, 5>> rows = {
+      {"qubit", "deviation", "error", "n factor for 1e-3", "n factor for 1e-6"}};
+  for (const QubitAccuracy& q : report.qubits)
+    rows.push_back({std::to_string(q.qubit), g(q.deviation), g(q.estimatedError),
+                    factor(q.factorFor1e3), factor(q.factorFor1e6)});
+  std::array<std::size_t, 5> width{};
+  for (const auto& r : rows)
+    for (std::size_t k = 0; k < 5; ++k) width[k] = std::max(width[k], r[k].size());
+  for (const auto& r : rows) {
+    std::printf("%-*s", static_cast<int>(width[0]), r[0].c_str());
+    for (std::size_t k = 1; k < 5; ++k) std::printf("  %*s", static_cast<int>(width[k]), r[k].c_str());
+    std::printf("\n");
+  }
+  std::printf("max deviation %s, estimated error %s\n", g(report.maxDeviation).c_str(),
+              g(report.estimatedError).c_str());
   return 0;
 }
 

@@ -1,0 +1,57 @@
+// The accuracy check: a program run twice in a scratch copy of its MI set, as written and with
+// every MI's intermediate steps doubled, and the difference of the final qubit values as the
+// measure of the integration error. The user's files are only read. Qt-free; the command line
+// and the workbench call the same code.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "run/run_ui.h"
+#include "workspace/workspace.h"
+
+namespace orvex {
+
+struct QubitAccuracy {
+  int qubit = 0;                      // 1..N
+  std::array<double, 3> asWritten{};  // Qx, Qy, Qz at the end of the run as written
+  std::array<double, 3> doubled{};    // the same with every MI's intermediate steps doubled
+  double deviation = 0;               // max over x, y, z of |Q_n - Q_2n|
+  double estimatedError = 0;          // error of the run as written: deviation * 2^p/(2^p-1)
+  // Factor by which the intermediate steps would have to grow for an error of 1e-3 and 1e-6
+  // (error proportional to n^-p): below 1 when fewer steps would do, 0 when no error shows.
+  double factorFor1e3 = 0;
+  double factorFor1e6 = 0;
+};
+
+struct AccuracyReport {
+  bool ok = false;
+  std::string error;               // why the check could not be made (ok false)
+  std::vector<std::string> notes;  // warnings met while the copies were read
+  int order = 2;                   // 2 or 4
+  std::vector<QubitAccuracy> qubits;  // every qubit of the set
+  double maxDeviation = 0;
+  double estimatedError = 0;       // of the qubit with the largest deviation
+};
+
+// Checks the program at `programPath` (any path; the workspace's AppDir is the home whose
+// callable programs the set refers to) with the open set of `ws` (MISetPath) and the
+// integrator of `order` (2 or 4). Refused while a program of `ws` runs or is halted (the
+// engine has one run context). `ui`, when given, gets processEvents between engine calls.
+// Leaves the current directory as it was and removes its scratch directory.
+AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order,
+                             RunUi* ui = nullptr);
+
+// The MI text with its intermediate steps n replaced by 2 * max(1, n) (a sub-step count of 0
+// runs as 1), every other line kept; the text is read by the MI reader and the result read
+// back to confirm it. Throws the reader's RuntimeError, or RuntimeError 6 (overflow) when 2n
+// does not fit.
+std::string DoubleIntermediateSteps(const std::string& text, const std::string& source);
+
+// The error estimate of a deviation between step counts n and 2n for an integrator of order
+// p: deviation * 2^p / (2^p - 1); and the factor on n that reaches `target`.
+double EstimatedError(double deviation, int order);
+double StepFactorFor(double error, double target, int order);
+
+} // namespace orvex
