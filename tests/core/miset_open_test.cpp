@@ -202,7 +202,7 @@ TEST_F(OpenMISetTest, NoMoreThan500RecordsAreEverLoaded) {
   for (int i = 0; i < 501; ++i) put("big", "m" + std::to_string(i) + ".MI", MIText("x"));
   ScriptedDialogs dialogs;
   const auto e = ErrorFrom([&] { OpenMISet(ws, ui); });
-  ASSERT_TRUE(e);
+  ASSERT_TRUE(e) << "a 501st MI must not fit";
   EXPECT_EQ(e->number(), 9);
   EXPECT_EQ(e->description(),
             "Subscript out of range: the MI set holds more than 500 micro instructions and "
@@ -216,7 +216,7 @@ TEST_F(OpenMISetTest, MoreThan301CallableProgramsLoadNone) {
   for (int i = 0; i < 302; ++i) put("calls", "p" + std::to_string(i) + ".MP", "@progs/p.kvp\r\n");
   ScriptedDialogs dialogs;
   const auto e = ErrorFrom([&] { OpenMISet(ws, ui); });
-  ASSERT_TRUE(e);
+  ASSERT_TRUE(e) << "a 302nd callable program must not fit";
   EXPECT_EQ(e->number(), 9);
   EXPECT_EQ(e->description(), "Subscript out of range: the MI set holds more than 301 callable "
                              "programs; none of them was loaded");

@@ -28,14 +28,12 @@ protected:
 };
 
 TEST_F(QubitsFile, ReadsTheFirstInteger) {
-  EXPECT_EQ(ReadWith(" 7 \r\n"), 0);
-  EXPECT_EQ(ws.NumberOfQubits, 7);
-  EXPECT_EQ(ReadWith("5"), 0);  // bare digit, no blanks, no line end
-  EXPECT_EQ(ws.NumberOfQubits, 5);
-  EXPECT_EQ(ReadWith("\r\n  32\r\n9\r\n"), 0);
-  EXPECT_EQ(ws.NumberOfQubits, 32);
-  EXPECT_EQ(ReadWith("3,4"), 0);
-  EXPECT_EQ(ws.NumberOfQubits, 3);
+  // Blanks, a bare digit without line end, blank lines before it, a second number after it.
+  for (auto [content, n] :
+       {std::pair<const char*, int>{" 7 \r\n", 7}, {"5", 5}, {"\r\n  32\r\n9\r\n", 32}, {"3,4", 3}}) {
+    EXPECT_EQ(ReadWith(content), 0) << content;
+    EXPECT_EQ(ws.NumberOfQubits, n) << content;
+  }
 }
 
 TEST_F(QubitsFile, BadContentIsAnErrorAndKeepsTheNumber) {

@@ -46,6 +46,21 @@ int RunWithBadMi(const std::string& bad, std::string* log = nullptr) {
   return a.status;
 }
 
+// The status of the first call that starts `program` in the current run directory.
+int StartStatus(Simulator& sim, const std::string& program, bool outputFiles = false) {
+  CallArgs a = StartArgs(program, 0, 0, outputFiles);
+  sim.Call(a);
+  return a.status;
+}
+
+// A run directory holding a.MI and test.kvp, a program that calls it.
+struct OneMiDir : RunDir {
+  OneMiDir() {
+    write("a.MI", Good().Text());
+    write("test.kvp", ProgramText({"@a.MI"}));
+  }
+};
+
 TEST(SyntaxErrors, EachFaultHasItsOwnCodeAndLine) {
   const std::string good = Good().Text();
   const std::string spin1 =
@@ -102,9 +117,7 @@ TEST(SyntaxErrors, GroundStateOnlyUpToEightQubits) {
   dir.write("wide.MI", Good(9).Text());
   dir.write("test.kvp", ProgramText({"@small.MI", "@wide.MI"}));
   Simulator sim;
-  CallArgs a = StartArgs("test.kvp");
-  sim.Call(a);
-  EXPECT_EQ(a.status, -18);
+  EXPECT_EQ(StartStatus(sim, "test.kvp"), -18);
   // Eight qubits are fine.
   RunDir ok;
   MiText eight = Good(8);
@@ -114,35 +127,7 @@ TEST(SyntaxErrors, GroundStateOnlyUpToEightQubits) {
   EXPECT_EQ(RunToEnd(sim, "test.kvp").status, 0);
 }
 
-TEST(SyntaxErrors, WriterFormatNumbersParse) {
-  // The workbench prints .5, -.25, 1E-05 and 1.5E+20, and the time step header in 2 pi
-  // units followed by the value already multiplied.
-  const std::string text =
-      "!Micro instruction \r\nHEISENBERG INTERACTION\r\n1,2, .5,0,-1,  ! Jx, Jy, Jz \r\nEND\r\n"
-      "SPIN : 1 (Hx0, Hx1, Omega_x, Hy0, Hy1, Omega_y, Hz0, Hz1, Omega_z, phi_x, phi_y, "
-      "phi_z)\r\n.5, -.25, 1E-05, 0, 0, 0, 1.5E+20, 0, 0, 0, 0, 3, \r\nEND\r\n"
-      "SPIN : 2 (Hx0, Hx1, Omega_x, Hy0, Hy1, Omega_y, Hz0, Hz1, Omega_z, phi_x, phi_y, "
-      "phi_z)\r\n0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, \r\nEND\r\n"
-      "NUMBER OF FIELD STEPS\r\n3\r\nEND\r\nTIME STEP ;  .1* 2 * PI\r\n.628318530717958\r\nEND\r\n"
-      "NUMBER OF INTERMEDIATE TIME STEPS\r\n0\r\nEND\r\nINITIAL STATE: RANDOM\r\n278332379\r\n"
-      "END\r\nCHECK NORM\r\n!ABOUT\r\n!(none)\r\n!END\r\n";
-  MiFile mi;
-  ASSERT_FALSE(ParseMi("x.MI", text, mi));
-  EXPECT_EQ(mi.maxQubit, 2);
-  EXPECT_EQ(mi.field[0][0], 0.5);
-  EXPECT_EQ(mi.field[0][1], -0.25);
-  EXPECT_EQ(mi.field[0][2], 1e-05);
-  EXPECT_EQ(mi.field[0][6], 1.5e20);
-  EXPECT_EQ(mi.field[0][11], 3);
-  ASSERT_EQ(mi.couplings.size(), 1u);
-  EXPECT_EQ(mi.couplings[0].jx, 0.5);
-  EXPECT_EQ(mi.couplings[0].jz, -1);
-  EXPECT_EQ(mi.fieldSteps, 3);
-  EXPECT_EQ(mi.intermediateSteps, 0);
-  EXPECT_EQ(mi.timeStep, 0.628318530717958);
-  EXPECT_EQ(mi.initial, InitialState::Random);
-  EXPECT_EQ(mi.seed, 278332379u);
-  EXPECT_TRUE(mi.checkNorm);
+TEST(SyntaxErrors, ReversedAndDiagonalPairLines) {
   // A pair line (j, i) is not a coupling (the MI editor shows none) and is logged as
   // ignored; (i, i) lines only name the qubit.
   MiFile sum;
@@ -158,25 +143,17 @@ TEST(SyntaxErrors, WriterFormatNumbersParse) {
 }
 
 TEST(RunErrors, LogCannotBeOpened) {
-  RunDir dir;
-  dir.write("a.MI", Good().Text());
-  dir.write("test.kvp", ProgramText({"@a.MI"}));
+  OneMiDir dir;
   ASSERT_EQ(mkdir((dir.dir().path() + "kv1dll.log").c_str(), 0755), 0);
   Simulator sim;
-  CallArgs a = StartArgs("test.kvp");
-  sim.Call(a);
-  EXPECT_EQ(a.status, -1000);
+  EXPECT_EQ(StartStatus(sim, "test.kvp"), -1000);
 }
 
 TEST(RunErrors, MissingFiles) {
   RunDir dir;
   dir.write("a.MI", Good().Text());
   Simulator sim;
-  auto run = [&](const std::string& program) {
-    CallArgs a = StartArgs(program);
-    sim.Call(a);
-    return a.status;
-  };
+  auto run = [&](const std::string& program) { return StartStatus(sim, program); };
   dir.write("test.kvp", ProgramText({"@a.MI", "@nothere.MI  ! comment"}));
   EXPECT_EQ(run("test.kvp"), -1001);
   EXPECT_NE(dir.read("kv1dll.log").find(
@@ -210,9 +187,7 @@ TEST(RunErrors, RecursionAndNestingTooDeep) {
   dir.write("other.kvp", ProgramText({"@self.MP"}));
   dir.write("loop.MP", "@other.kvp\r\n");
   dir.write("self.MP", "@self.kvp\r\n");
-  CallArgs a = StartArgs("self.kvp");
-  sim.Call(a);
-  EXPECT_EQ(a.status, -1003);
+  EXPECT_EQ(StartStatus(sim, "self.kvp"), -1003);
   EXPECT_NE(dir.read("kv1dll.log").find("error -1003: other.kvp:2: program self.kvp calls itself"),
             std::string::npos)
       << dir.read("kv1dll.log");
@@ -226,9 +201,7 @@ TEST(RunErrors, RecursionAndNestingTooDeep) {
       chain.write("p" + std::to_string(k) + ".kvp", ProgramText(lines));
       chain.write("p" + std::to_string(k) + ".MP", "@p" + std::to_string(k) + ".kvp\r\n");
     }
-    CallArgs c = StartArgs("p1.kvp");
-    sim.Call(c);
-    EXPECT_EQ(c.status, depth == 16 ? 0 : -1003) << depth;
+    EXPECT_EQ(StartStatus(sim, "p1.kvp"), depth == 16 ? 0 : -1003) << depth;
   }
 }
 
@@ -240,9 +213,7 @@ TEST(RunErrors, StateCannotBeAllocated) {
   dir.write("test.kvp", ProgramText({"@wide.MI"}));
   Simulator sim;
   sim.SetMemoryLimit(std::uint64_t{1} << 20);  // 20 qubits need 16 MiB
-  CallArgs a = StartArgs("test.kvp");
-  sim.Call(a);
-  EXPECT_EQ(a.status, -1005);
+  EXPECT_EQ(StartStatus(sim, "test.kvp"), -1005);
   const std::string log = dir.read("kv1dll.log");
   EXPECT_NE(log.find("qubits: 20"), std::string::npos);
   EXPECT_NE(log.find("error -1005: test.kvp:0: cannot allocate the state vector of 20 qubits"),
@@ -259,10 +230,9 @@ TEST(RunErrors, NormCheckFails) {
   dir.write("broken.MI", broken.Text());
   dir.write("test.kvp", ProgramText({"@broken.MI"}));
   Simulator sim;
-  CallArgs a = StartArgs("test.kvp");
-  sim.Call(a);
-  EXPECT_GE(a.status, -24);
-  EXPECT_LE(a.status, -20);
+  const int status = StartStatus(sim, "test.kvp");
+  EXPECT_GE(status, -24);
+  EXPECT_LE(status, -20);
   EXPECT_NE(dir.read("kv1dll.log").find("error -20: broken.MI:0: norm check failed"),
             std::string::npos)
       << dir.read("kv1dll.log");
@@ -272,34 +242,26 @@ TEST(RunErrors, NormCheckFails) {
   EXPECT_EQ(RunToEnd(sim, "test.kvp").status, 0);
 }
 
-TEST(RunErrors, OutputFileCannotBeCreated) {
-  RunDir dir;
-  dir.write("a.MI", Good().Text());
-  dir.write("test.kvp", ProgramText({"@a.MI"}));
+TEST(RunErrors, OutputFileCannotBeCreatedOrWritten) {
+  OneMiDir dir;
   ASSERT_EQ(mkdir((dir.dir().path() + "qubit02.out").c_str(), 0755), 0);
   Simulator sim;
   EXPECT_EQ(RunToEnd(sim, "test.kvp", false).status, 0);  // not asked for: no problem
-  CallArgs a = StartArgs("test.kvp", 0, 0, true);
-  sim.Call(a);
-  EXPECT_EQ(a.status, -30);
+  EXPECT_EQ(StartStatus(sim, "test.kvp", true), -30);
   EXPECT_NE(dir.read("kv1dll.log").find("error -30: qubit02.out:0: cannot create"),
             std::string::npos);
-}
 
-TEST(RunErrors, OutputFileCannotBeWritten) {
   // qubit01.out opens, but every write to it fails (a full disk).
-  RunDir dir;
-  dir.write("a.MI", Good().Text());
-  dir.write("test.kvp", ProgramText({"@a.MI"}));
-  ASSERT_EQ(symlink("/dev/full", (dir.dir().path() + "qubit01.out").c_str()), 0);
-  Simulator sim;
+  OneMiDir full;
+  ASSERT_EQ(symlink("/dev/full", (full.dir().path() + "qubit01.out").c_str()), 0);
+  Simulator fresh;
   CallArgs a = StartArgs("test.kvp", 0, 0, true);
-  sim.Call(a);
+  fresh.Call(a);
   EXPECT_EQ(a.status, -30);
   EXPECT_EQ(a.flags[0], 0);
-  EXPECT_NE(dir.read("kv1dll.log").find("error -30: qubit01.out:0: cannot write"),
+  EXPECT_NE(full.read("kv1dll.log").find("error -30: qubit01.out:0: cannot write"),
             std::string::npos)
-      << dir.read("kv1dll.log");
+      << full.read("kv1dll.log");
 }
 
 } // namespace

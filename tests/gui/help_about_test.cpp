@@ -4,7 +4,6 @@
 
 #include <QLabel>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QTest>
 
 #include <filesystem>
@@ -33,74 +32,47 @@ struct RecordingOpener {
   }
 };
 
-TEST(ShowHelp, MissingHelpFileIsReported) {
+struct ShowHelpTest : ::testing::Test {
   test::TempDir dir;
   test::ScriptedDialogs dialogs;
-  dialogs.answer(Answer::OK);
   RecordingOpener opener;
+};
+
+TEST_F(ShowHelpTest, MissingFileOrFailedOpenerIsReported) {
+  dialogs.answer(Answer::OK);
   ShowHelp(dir.path(), opener.fn());
-  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_TRUE(opener.opened.empty());
+  dialogs.answer(Answer::OK);
+  OpenDocument(dir.path() + "nothing.htm", "", "", opener.fn());
+  EXPECT_TRUE(opener.opened.empty());
+
+  dir.write("help.htm", "<html></html>");
+  opener.succeed = false;
+  dialogs.answer(Answer::OK);
+  ShowHelp(dir.path(), opener.fn());
+  EXPECT_EQ(opener.opened.size(), 1u);
+
+  ASSERT_EQ(dialogs.shown.size(), 3u);
   EXPECT_EQ(dialogs.shown[0].text, "Cannot locate file: " + dir.path() + "help.htm");
   EXPECT_EQ(dialogs.shown[0].icon, Icon::Information);
-  EXPECT_TRUE(opener.opened.empty());
+  EXPECT_EQ(dialogs.shown[1].text, "File not found");
+  EXPECT_EQ(dialogs.shown[1].icon, Icon::Critical);
+  EXPECT_EQ(dialogs.shown[2].text, "No program is set up to open " + dir.path() + "help.htm");
+  EXPECT_EQ(dialogs.shown[2].icon, Icon::Critical);
 }
 
-TEST(ShowHelp, ExistingHelpFileGoesToTheOpener) {
-  test::TempDir dir;
-  const std::string path = dir.write("help.htm", "<html></html>");
-  test::ScriptedDialogs dialogs;
-  RecordingOpener opener;
-  ShowHelp(dir.path(), opener.fn());
-  EXPECT_TRUE(dialogs.shown.empty());
-  ASSERT_EQ(opener.opened.size(), 1u);
-  EXPECT_EQ(std::filesystem::path(opener.opened[0]), std::filesystem::path(path));
-}
-
-TEST(ShowHelp, NameIsMatchedWithoutRegardToCase) {
-  test::TempDir dir;
+TEST_F(ShowHelpTest, TheFileOnDiskGoesToTheOpenerWhateverItsCase) {
   dir.write("HELP.HTM", "<html></html>");
-  test::ScriptedDialogs dialogs;
-  RecordingOpener opener;
   ShowHelp(dir.path(), opener.fn());
   EXPECT_TRUE(dialogs.shown.empty());
   ASSERT_EQ(opener.opened.size(), 1u);
-  EXPECT_EQ(std::filesystem::path(opener.opened[0]).filename(), "HELP.HTM");  // as on disk
-}
-
-TEST(ShowHelp, OpenerFailureIsReported) {
-  test::TempDir dir;
-  const std::string path = dir.write("help.htm", "<html></html>");
-  test::ScriptedDialogs dialogs;
-  dialogs.answer(Answer::OK);
-  RecordingOpener opener;
-  opener.succeed = false;
-  ShowHelp(dir.path(), opener.fn());
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text, "No program is set up to open " + dir.path() + "help.htm");
-  EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
-  EXPECT_EQ(opener.opened.size(), 1u);
-}
-
-TEST(OpenDocument, MissingFileIsFileNotFound) {
-  test::TempDir dir;
-  test::ScriptedDialogs dialogs;
-  dialogs.answer(Answer::OK);
-  RecordingOpener opener;
-  OpenDocument(dir.path() + "nothing.htm", "", "", opener.fn());
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text, "File not found");
-  EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
-  EXPECT_TRUE(opener.opened.empty());
+  EXPECT_EQ(std::filesystem::path(opener.opened[0]), std::filesystem::path(dir.path() + "HELP.HTM"));
 }
 
 TEST(frmAbout, CaptionTitleVersionAndCredits) {
   frmAbout about;
   EXPECT_EQ(about.windowTitle(), QStringLiteral("About Orvex"));
   EXPECT_EQ(about.lblTitle->text(), QStringLiteral("Orvex"));
-  EXPECT_TRUE(QRegularExpression(QStringLiteral("^Version \\d+\\.\\d+\\.\\d+$"))
-                  .match(about.lblVersion->text())
-                  .hasMatch())
-      << about.lblVersion->text().toStdString();
   EXPECT_EQ(about.lblVersion->text().toStdString(),
             "Version " + std::to_string(ORVEX_VERSION_MAJOR) + "." +
                 std::to_string(ORVEX_VERSION_MINOR) + "." + std::to_string(ORVEX_VERSION_PATCH));
@@ -140,8 +112,6 @@ TEST(SystemInfoTool, FirstToolOfTheListFoundOnThePath) {
   EXPECT_EQ(FindSystemInfoTool("", names), std::nullopt);
   EXPECT_EQ(FindSystemInfoTool("::" + b.path() + ":", names),
             std::filesystem::path(b.path() + "hardinfo").string());
-  const auto& known = SystemInfoTools();
-  EXPECT_NE(std::find(known.begin(), known.end(), "hardinfo"), known.end());
 }
 
 TEST(SystemInfoTool, ButtonStartsTheToolFound) {

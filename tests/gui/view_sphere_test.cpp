@@ -41,24 +41,19 @@ ArrowPixels FindArrow(const QImage& img) {
   return a;
 }
 
-TEST(QubitSphere, ArrowFollowsTheState) {
+TEST(QubitSphere, ArrowFollowsTheStateAndVanishesNearTheCentre) {
   const int edge = 144;
   const ArrowPixels zero = FindArrow(QubitSphereImage(edge, 0.5, 0.5, 0));  // |0>
   const ArrowPixels one = FindArrow(QubitSphereImage(edge, 0.5, 0.5, 1));   // |1>
   const ArrowPixels plus = FindArrow(QubitSphereImage(edge, 0, 0.5, 0.5));  // |+>
   const ArrowPixels plusI = FindArrow(QubitSphereImage(edge, 0.5, 0, 0.5)); // |+i>
-  ASSERT_GT(zero.count, 50);
-  ASSERT_GT(one.count, 50);
-  ASSERT_GT(plus.count, 50);
-  ASSERT_GT(plusI.count, 50);
+  for (const ArrowPixels* a : {&zero, &one, &plus, &plusI}) ASSERT_GT(a->count, 50);
   EXPECT_LT(zero.meanY, -10);  // up, towards the label z
   EXPECT_GT(one.meanY, 10);    // down
   EXPECT_LT(plus.meanX, -5);   // towards the x label at the lower left
   EXPECT_GT(plus.meanY, 0);
   EXPECT_GT(plusI.meanX, 10);  // towards the y label at the right
-}
-
-TEST(QubitSphere, NoArrowAtTheCentreOrBelowTheThreshold) {
+  // None at the centre or below the threshold.
   EXPECT_EQ(FindArrow(QubitSphereImage(96, 0.5, 0.5, 0.5)).count, 0);
   EXPECT_EQ(FindArrow(QubitSphereImage(96, 0.5, 0.5, 0.5 + 0.9 / 38)).count, 0);
   EXPECT_GT(FindArrow(QubitSphereImage(96, 0.5, 0.5, 0.5 + 0.3)).count, 0);

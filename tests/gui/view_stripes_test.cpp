@@ -21,7 +21,7 @@ namespace {
                                        << r << ", " << g << ", " << b << ")";
 }
 
-TEST(QubitStripes, ThreeStripesInScaleColoursWithBlackSeparators) {
+TEST(QubitStripes, XYZStripesInScaleColoursBlackSeparatorsClampedValues) {
   // h = 10: x on rows 0..9, separator on 10, y on 11..19, separator on 20, z on 21..29.
   const QImage img = QubitStripesPixmap(QSize(40, 30), 1.0, 0.5, 0.0).toImage();
   for (int x : {0, 20, 39}) {
@@ -31,32 +31,27 @@ TEST(QubitStripes, ThreeStripesInScaleColoursWithBlackSeparators) {
     EXPECT_TRUE(PixelIs(img, x, 20, 0, 0, 0));
     for (int row : {21, 25, 29}) EXPECT_TRUE(PixelIs(img, x, row, 0, 255, 0));
   }
-}
-
-TEST(QubitStripes, OrderIsXYZFromTopAndOutOfRangeIsClamped) {
-  const QImage img = QubitStripesPixmap(QSize(12, 31), 0.25, -2.0, 9.0).toImage();
+  // Values off the scale are clamped; the leftover row belongs to z.
+  const QImage odd = QubitStripesPixmap(QSize(12, 31), 0.25, -2.0, 9.0).toImage();
   const RGBColor quarter = QubitColor(0.25);
-  EXPECT_TRUE(PixelIs(img, 3, 2, RedOf(quarter), GreenOf(quarter), 0));
-  EXPECT_TRUE(PixelIs(img, 3, 15, 0, 255, 0));
-  EXPECT_TRUE(PixelIs(img, 3, 30, 255, 0, 0));  // the leftover row belongs to z
+  EXPECT_TRUE(PixelIs(odd, 3, 2, RedOf(quarter), GreenOf(quarter), 0));
+  EXPECT_TRUE(PixelIs(odd, 3, 15, 0, 255, 0));
+  EXPECT_TRUE(PixelIs(odd, 3, 30, 255, 0, 0));
 }
 
-TEST(QubitBox, ValuesSetToolTipAndPaint) {
+TEST(QubitBox, ValuesSetToolTipAndPaintAndALeftClickIsReported) {
   QubitBox box;
   box.resize(36, 30);
   box.setValues(1, 0, 0.5);
-  EXPECT_EQ(box.toolTip(), QStringLiteral("x = 1.000 ,y = 0.000 ,z = 0.500"));
+  EXPECT_EQ(box.toolTip(), QStringLiteral("x = 1.000 ,y = 0.000 ,z = 0.500\n|r| = 1.414"));
   const QImage img = box.grab().toImage();
   ASSERT_EQ(img.width(), 36);
   EXPECT_TRUE(PixelIs(img, 18, 4, 255, 0, 0));
   EXPECT_TRUE(PixelIs(img, 18, 15, 0, 255, 0));
   EXPECT_TRUE(PixelIs(img, 18, 25, 180, 180, 0));
   EXPECT_TRUE(PixelIs(img, 18, 10, 0, 0, 0));
-}
 
-TEST(QubitBox, ALeftClickIsReported) {
-  QubitBox box;
-  box.resize(30, 30);
+  // Only a left click is reported.
   box.show();
   QSignalSpy spy(&box, &QubitBox::clicked);
   QTest::mouseClick(&box, Qt::LeftButton);
@@ -76,7 +71,7 @@ TEST(QubitBox, ProgramRefreshTakesTheSlotsValues) {
   QubitBox a, b, c;
   c.setValues(0.1, 0.2, 0.3);
   UpdateQubitBoxes(ws, 3, {&a, &b, &c});
-  EXPECT_EQ(a.toolTip(), QStringLiteral("x = 1.000 ,y = 0.000 ,z = 0.500"));
+  EXPECT_EQ(a.toolTip(), QStringLiteral("x = 1.000 ,y = 0.000 ,z = 0.500\n|r| = 1.414"));
   EXPECT_DOUBLE_EQ(b.x(), 0.25);
   EXPECT_DOUBLE_EQ(c.x(), 0.1);  // beyond the program's qubits: untouched
   ws.ProgramQubits(3) = 0;       // after a reset nothing is painted
