@@ -199,6 +199,7 @@ void Main0::buildMenus() {
   addItem(tools, "MenuStep", QStringLiteral("&Step"));
   addItem(tools, "MenuBack", QStringLiteral("&Back"))->setEnabled(false);  // only while a program runs
   addItem(tools, "MenuReset", QStringLiteral("&Reset"));
+  addItem(tools, "MenuPause", QStringLiteral("Pa&use"));
   tools->addSeparator()->setObjectName(QStringLiteral("MenuNiks0"));
   addItem(tools, "MenuSaveP", QStringLiteral("&Save program"));
   addItem(tools, "MenuClearMI", QStringLiteral("&Update MI"));
@@ -206,6 +207,7 @@ void Main0::buildMenus() {
 
   QMenu* window = menu("MenuWindow", QStringLiteral("&Window"));
   addItem(window, "MenuArrange", QStringLiteral("&Arrange windows"));
+  addItem(window, "MenuTrace", QStringLiteral("&Trace"));
   connect(addItem(window, "MenuShow", QStringLiteral("&Show micro instructions")), &QAction::triggered,
           this, &Main0::showMIList);
 

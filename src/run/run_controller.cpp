@@ -264,6 +264,7 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     trace.Marker = -1;
 
     ws.RunningProgram = static_cast<std::int16_t>(slot);
+    ws.PauseRequested = false;  // a Pause from here on (the enabling processes events) counts
     ws.EngineBusy = true;  // the editor's run control shows "Stop" from here
     program.CurrentRow = -1;
     program.Status = "Program is running";
@@ -289,7 +290,6 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     const TraceClock clock = engineTraces ? TraceClock{} : ClockFor(ws, slot, from);
     const auto began = std::chrono::steady_clock::now();
     ui.showRunStatus(RunningText(0, 0));
-    ws.PauseRequested = false;
     bool paused = false;
     do {
       CallEngine(engine, ws, slot, &ws.EngineError, &ws.EngineEntry[slot - 1], ws.EngineX.data(),

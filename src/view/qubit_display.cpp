@@ -28,6 +28,11 @@ std::string QubitToolTip(double x, double y, double z) {
   return "x = " + Format000(x) + " ,y = " + Format000(y) + " ,z = " + Format000(z);
 }
 
+std::string QubitToolTipWithPurity(double x, double y, double z) {
+  const double rx = 1 - 2 * x, ry = 1 - 2 * y, rz = 1 - 2 * z;
+  return QubitToolTip(x, y, z) + "\n|r| = " + Format000(std::sqrt(rx * rx + ry * ry + rz * rz));
+}
+
 std::optional<int> InstructionListHeight(int innerHeightTwips, int qubits) {
   if (qubits <= 8) return std::nullopt;
   return innerHeightTwips - 2865 - ((qubits - 9) / 8) * 1000;

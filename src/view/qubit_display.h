@@ -15,6 +15,9 @@ std::string Format000(double value);
 // "x = 1.000 ,y = 0.000 ,z = 0.500": the blank before each comma and none after it is the
 // display's settled form.
 std::string QubitToolTip(double x, double y, double z);
+// The qubit box's tool tip: QubitToolTip, then on a line of its own the purity, the length of
+// the Bloch vector (1 - 2x, 1 - 2y, 1 - 2z): "|r| = 0.998".
+std::string QubitToolTipWithPurity(double x, double y, double z);
 
 // The instruction list's height in twips for a program of n qubits when n > 8:
 // inner height - 2865 - Int((n - 9) / 8) x 1000. With 8 qubits or fewer the list is left

@@ -79,8 +79,11 @@ TEST_F(ProgramEditorTest, ShowsRowsStatusCaptionAndToolBar) {
   EXPECT_EQ(e.PG->columnCount(), 1);
 
   QStringList tips;
-  for (QAction* a : e.Toolbar1->actions()) tips << a->toolTip();
-  EXPECT_EQ(tips, (QStringList{"Clear program", "Save program", "Update MI", "Run", "Step", "Back", "Remove MI"}));
+  for (QAction* a : e.Toolbar1->actions())
+    if (!a->isSeparator()) tips << a->toolTip();
+  EXPECT_EQ(tips, (QStringList{"Clear program", "Save program", "Update MI", "Run", "Step", "Back",
+                               "Remove MI", "Pause", "Trace"}));
+  EXPECT_FALSE(e.PauseButton->isEnabled());  // only while a run's call loop is on
   for (int i = 1; i <= 7; ++i) EXPECT_FALSE(e.button(i)->icon().isNull()) << i;
 
   // No qubit boxes before the program has run.
@@ -458,7 +461,7 @@ TEST_F(ProgramEditorTest, TheListGivesWayToEachRowOfQubitBoxes) {
       }
     }
     if (c.qubits > 0) {
-      EXPECT_EQ(e.Qubit[0]->toolTip(), "x = 1.000 ,y = 0.000 ,z = 0.000");
+      EXPECT_EQ(e.Qubit[0]->toolTip().section('\n', 0, 0), "x = 1.000 ,y = 0.000 ,z = 0.000");
     }
   }
 }

@@ -42,7 +42,7 @@ protected:
       if (!l.empty()) lines.push_back(l);
     return lines;
   }
-  static QString tip(DefaultPG& e, int q) { return e.Qubit[q - 1]->toolTip(); }
+  static QString tip(DefaultPG& e, int q) { return e.Qubit[q - 1]->toolTip().section('\n', 0, 0); }
   static bool bold(DefaultPG& e, int row) { return e.PG->topLevelItem(row)->font(0).bold(); }
   // The whole user interface's state while idle (true) or while a run is on (false).
   void expectCommandsEnabled(bool idle, int s) {

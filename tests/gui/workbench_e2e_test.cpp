@@ -63,8 +63,8 @@ TEST_F(WorkbenchE2ETest, DeutschRunShowsTheExpectedColoursAndValues) {
   ASSERT_TRUE(e.Qubit[1]->isVisible());
   EXPECT_FALSE(e.Qubit[2]->isVisible());
   // The expected values of the demo: qubit 1 = (0.5, 0.5, 1), qubit 2 = (1, 0.5, 0.5).
-  EXPECT_EQ(e.Qubit[0]->toolTip(), "x = 0.500 ,y = 0.500 ,z = 1.000");
-  EXPECT_EQ(e.Qubit[1]->toolTip(), "x = 1.000 ,y = 0.500 ,z = 0.500");
+  EXPECT_EQ(e.Qubit[0]->toolTip().section('\n', 0, 0), "x = 0.500 ,y = 0.500 ,z = 1.000");
+  EXPECT_EQ(e.Qubit[1]->toolTip().section('\n', 0, 0), "x = 1.000 ,y = 0.500 ,z = 0.500");
   ASSERT_GE(e.Qubit[0]->height(), 9);
   expectColour(e.Qubit[0], 0, 0.5);
   expectColour(e.Qubit[0], 1, 0.5);
@@ -126,7 +126,7 @@ TEST_F(WorkbenchE2ETest, EveryFineStepIsPlacedWhereTheEngineStands) {
   EXPECT_TRUE(last.startsWith(QStringLiteral("Hadamard1, main step 1 of 1, intermediate step 9 of 10, t = ")))
       << last.toStdString();
   EXPECT_EQ(header(e), "Program has finished");
-  EXPECT_EQ(e.Qubit[0]->toolTip(), "x = 0.500 ,y = 0.500 ,z = 1.000");
+  EXPECT_EQ(e.Qubit[0]->toolTip().section('\n', 0, 0), "x = 0.500 ,y = 0.500 ,z = 1.000");
   EXPECT_TRUE(dialogs.shown.size() == 1u) << (dialogs.messages().empty() ? "" : dialogs.messages().back());
 }
 

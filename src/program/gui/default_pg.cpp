@@ -12,6 +12,7 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMimeData>
+#include <QStyle>
 #include <QToolBar>
 
 #include "app/icons.h"
@@ -237,6 +238,21 @@ DefaultPG::DefaultPG(Workspace& ws, RunUi& runUi, MISetUi& miSetUi, int slot, QW
     run([this] { RemoveMIButton(ws_, runUi_, slot_, selectedRow()); });
     render();
   });
+  Toolbar1->addSeparator();
+  PauseButton = Toolbar1->addAction(style()->standardIcon(QStyle::SP_MediaPause), QStringLiteral("Pause"));
+  PauseButton->setObjectName(QStringLiteral("PGPause"));
+  PauseButton->setToolTip(QStringLiteral("Pause"));
+  PauseButton->setEnabled(false);
+  connect(PauseButton, &QAction::triggered, this, [this] {
+    if (!PauseProgram(ws_, slot_)) platform::Beep();
+  });
+  TraceButton = Toolbar1->addAction(style()->standardIcon(QStyle::SP_FileDialogContentsView),
+                                    QStringLiteral("Trace"));
+  TraceButton->setObjectName(QStringLiteral("PGTrace"));
+  TraceButton->setToolTip(QStringLiteral("Trace"));
+  connect(TraceButton, &QAction::triggered, this, [this] {
+    if (traceRequested) traceRequested();
+  });
 
   PG = new ProgramListView(*this, this);
   connect(PG, &QTreeWidget::itemDoubleClicked, this,
@@ -326,6 +342,7 @@ void DefaultPG::render() {
   // The run control reads "Stop" while this program's engine call loop runs.
   QAction* runControl = buttons_[kButtonRun];
   const bool busy = ws_.EngineBusy && ws_.RunningProgram == slot_;
+  PauseButton->setEnabled(busy && ws_.RunMode == kModeRun);
   const QString caption = busy ? QStringLiteral("Stop") : QString::fromLatin1(kEditorButtonTips[kButtonRun]);
   if (runControl->text() != caption) {
     runControl->setText(caption);

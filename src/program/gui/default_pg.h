@@ -85,6 +85,13 @@ public:
 
   // Called when a qubit box is clicked (shows the "Color table").
   std::function<void()> qubitClicked;
+  // Called by the "Trace" button (the workbench opens the program's trace window).
+  std::function<void()> traceRequested;
+
+  // "Pause": enabled while this program's call loop runs in run mode; halts it at the
+  // engine's next early return. "Trace": the trace window of this program.
+  QAction* PauseButton = nullptr;
+  QAction* TraceButton = nullptr;
 
   QToolBar* Toolbar1 = nullptr;
   ProgramListView* PG = nullptr;

@@ -5,6 +5,7 @@
 
 #include <QAction>
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QMdiArea>
 #include <QMdiSubWindow>
 
@@ -18,6 +19,7 @@
 #include "platform/gui/twips.h"
 #include "program/gui/default_pg.h"
 #include "program/program_table.h"
+#include "run/run_controller.h"
 #include "run/run_commands.h"
 #include "run/run_controller.h"
 #include "run/run_directory.h"
@@ -29,6 +31,10 @@ namespace orvex {
 namespace {
 // The widest an arranged program editor gets, in twips.
 constexpr int kArrangedWidth = 5400;
+// The most recent trace points a sphere's trail shows.
+constexpr std::size_t kTrailPoints = 240;
+// While the call loop runs, the trace window is redrawn at most this often (ms).
+constexpr qint64 kLiveTraceInterval = 100;
 } // namespace
 
 ProgramWorkbench::ProgramWorkbench(Main0& main, QObject* parent)
@@ -59,6 +65,7 @@ ProgramWorkbench::~ProgramWorkbench() {
   main_.arrangeWindows = nullptr;
   main_.unloadQubitWindow = nullptr;
   delete qubitWindow_.data();
+  for (auto& frame : traceFrames_) delete frame.data();
   // The editors call back into this object; they go with it (without questions: the close
   // sequence has run already when the workbench ends).
   for (auto& frame : frames_) delete frame.data();
@@ -85,6 +92,7 @@ int ProgramWorkbench::activeSlot() const {
 
 void ProgramWorkbench::updateQubitDisplay(int slot) {
   if (DefaultPG* e = editor(slot)) e->updateQubitDisplay();
+  refreshTrace(slot, true);
   // The qubit window shows the program whose run is on (or the one just ended) the way its
   // boxes do: after a halt, a Back, a reset, a failed start. A program without values (none
   // yet, or reset) leaves every sphere at its centre.
@@ -96,7 +104,60 @@ void ProgramWorkbench::updateQubitDisplay(int slot) {
   }
 }
 
-void ProgramWorkbench::processEvents() { QCoreApplication::processEvents(); }
+void ProgramWorkbench::processEvents() {
+  // The trace of the running program grows while the call loop runs.
+  static QElapsedTimer sinceDrawn;
+  if (ws_.RunningProgram > 0 && (!sinceDrawn.isValid() || sinceDrawn.elapsed() >= kLiveTraceInterval)) {
+    refreshTrace(ws_.RunningProgram, false);
+    sinceDrawn.restart();
+  }
+  QCoreApplication::processEvents();
+}
+
+TraceWindow* ProgramWorkbench::traceWindow(int slot) const {
+  if (slot < 1 || slot > kMaxPrograms) return nullptr;
+  return traces_[slot - 1].data();
+}
+
+TraceWindow* ProgramWorkbench::showTrace(int slot) {
+  if (slot < 1 || slot > kMaxPrograms || ws_.Program(slot).Name.empty()) return nullptr;
+  TraceWindow* w = traceWindow(slot);
+  if (!w) {
+    w = new TraceWindow(ws_, slot);
+    QMdiSubWindow* frame = main_.mdi()->addSubWindow(w);
+    frame->setAttribute(Qt::WA_DeleteOnClose, true);
+    frame->resize(w->size());
+    traces_[slot - 1] = w;
+    traceFrames_[slot - 1] = frame;
+  }
+  w->refresh(true);
+  traceFrames_[slot - 1]->show();
+  main_.mdi()->setActiveSubWindow(traceFrames_[slot - 1].data());
+  return w;
+}
+
+void ProgramWorkbench::refreshTrace(int slot, bool populations) {
+  if (slot < 1 || slot > kMaxPrograms) return;
+  if (TraceWindow* w = traceWindow(slot)) {
+    w->refresh();
+    if (populations && !ws_.EngineBusy) w->refreshPopulations();
+  }
+  // The spheres show the trail of the program whose run is on (or just ended).
+  if (!qubitWindow_ || (ws_.RunningProgram != -1 && ws_.RunningProgram != slot)) return;
+  const ProgramTrace& trace = ws_.Traces[static_cast<std::size_t>(slot - 1)];
+  const std::size_t first = trace.Points.size() > kTrailPoints ? trace.Points.size() - kTrailPoints : 0;
+  for (int q = 1; q <= qubitWindow_->qubits(); ++q) {
+    std::vector<std::array<double, 3>> trail;
+    if (q <= trace.Qubits) {
+      trail.reserve(trace.Points.size() - first);
+      for (std::size_t k = first; k < trace.Points.size(); ++k) {
+        const auto& Q = trace.Points[k].Q;
+        trail.push_back({Q[3 * (q - 1)], Q[3 * (q - 1) + 1], Q[3 * (q - 1) + 2]});
+      }
+    }
+    qubitWindow_->box(q)->setTrail(std::move(trail));
+  }
+}
 
 void ProgramWorkbench::enableRunCommands(int slot, bool enabled) {
   const RunCommandStates states = RunCommandStatesFor(enabled);
@@ -113,11 +174,14 @@ void ProgramWorkbench::programChanged(int slot) {
 }
 
 void ProgramWorkbench::qubitWindowFrame() {
-  if (qubitWindow_) qubitWindow_->Frame();
+  if (!qubitWindow_) return;
+  if (ws_.RunningProgram > 0) refreshTrace(ws_.RunningProgram, false);
+  qubitWindow_->Frame();
 }
 
 void ProgramWorkbench::refreshQubitWindow() {
   if (!qubitWindow_) return;
+  for (int q = 1; q <= qubitWindow_->qubits(); ++q) qubitWindow_->box(q)->setTrail({});
   // The run was abandoned: every sphere back to its centre, without an arrow.
   for (int q = 1; q <= qubitWindow_->qubits(); ++q) qubitWindow_->ShowValues(q, 0.5, 0.5, 0.5);
 }
@@ -137,6 +201,7 @@ void ProgramWorkbench::showEditor(int slot) {
     frame->resize(frame->sizeHint().expandedTo(frame->minimumSizeHint()));
     editors_[slot - 1] = e;
     frames_[slot - 1] = frame;
+    e->traceRequested = [this, slot] { command([this, slot] { showTrace(slot); }); };
     connect(e, &DefaultPG::closed, this, [this](int s) {
       if (s < 1 || s > kMaxPrograms) return;
       editors_[s - 1] = nullptr;
@@ -218,6 +283,10 @@ void ProgramWorkbench::connectActions() {
     });
   });
   connectAction("MenuArrange", [this] { arrangeWindows(); });
+  connectAction("MenuTrace", [this] { withActiveSlot([this](int s) { showTrace(s); }); });
+  connectAction("MenuPause", [this] {
+    if (!PauseProgram(ws_, ws_.RunningProgram)) platform::Beep();
+  });
   connectAction("MenuHelp2", [this] { command([this] { ShowHelp(ws_.AppDir); }); });
   connectAction("MenuAbout", [this] {
     frmAbout about(&main_);

@@ -14,6 +14,7 @@
 #include "program/gui/default_pg.h"
 #include "run/run_ui.h"
 #include "view/gui/squbit.h"
+#include "view/gui/trace_window.h"
 #include "workspace/workspace.h"
 
 class QMdiSubWindow;
@@ -39,6 +40,9 @@ public:
   int activeSlot() const;
   // The qubit window while it exists.
   sQubit* qubitWindow() const { return qubitWindow_.data(); }
+  // The trace window of slot 1..10, nullptr when it has none; showTrace creates it.
+  TraceWindow* traceWindow(int slot) const;
+  TraceWindow* showTrace(int slot);
 
   // RunUi.
   void updateQubitDisplay(int slot) override;
@@ -63,7 +67,11 @@ private:
 
   Main0& main_;
   Workspace& ws_;
+  // Redraws the trace window and the spheres' trails of `slot` from its trace.
+  void refreshTrace(int slot, bool populations);
   std::array<QPointer<DefaultPG>, kMaxPrograms> editors_{};
+  std::array<QPointer<TraceWindow>, kMaxPrograms> traces_{};
+  std::array<QPointer<QMdiSubWindow>, kMaxPrograms> traceFrames_{};
   std::array<QPointer<QMdiSubWindow>, kMaxPrograms> frames_{};
   QPointer<sQubit> qubitWindow_;
   std::vector<std::string> programFiles_;

@@ -48,14 +48,14 @@ QPixmap QubitStripesPixmap(QSize size, double x, double y, double z) {
 
 QubitBox::QubitBox(QWidget* parent) : QWidget(parent) {
   setAttribute(Qt::WA_OpaquePaintEvent);
-  setToolTip(QString::fromStdString(QubitToolTip(x_, y_, z_)));
+  setToolTip(QString::fromStdString(QubitToolTipWithPurity(x_, y_, z_)));
 }
 
 void QubitBox::setValues(double x, double y, double z) {
   x_ = x;
   y_ = y;
   z_ = z;
-  setToolTip(QString::fromStdString(QubitToolTip(x, y, z)));
+  setToolTip(QString::fromStdString(QubitToolTipWithPurity(x, y, z)));
   update();
 }
 

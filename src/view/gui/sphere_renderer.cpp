@@ -153,6 +153,10 @@ void DrawArrow(QPainter& p, const SceneCamera& cam, const PixelMap& map, const Q
 } // namespace
 
 void PaintQubitSphere(QPainter& p, int edge, double A, double B, double C) {
+  PaintQubitSphere(p, edge, A, B, C, SphereTrail{});
+}
+
+void PaintQubitSphere(QPainter& p, int edge, double A, double B, double C, const SphereTrail& trail) {
   if (edge <= 0) return;
   p.save();
   p.setRenderHint(QPainter::Antialiasing, true);
@@ -186,6 +190,21 @@ void PaintQubitSphere(QPainter& p, int edge, double A, double B, double C) {
 
   DrawEquator(p, cam, map, line * 0.9, false);
   DrawEquator(p, cam, map, line * 0.9, true);
+
+  // The trail: segment k of n drawn with an opacity growing from faint (oldest) to full.
+  if (trail.size() >= 2) {
+    const QColor newest = QColor::fromRgb(kTrailRgb);
+    const std::size_t n = trail.size();
+    QPointF from = map(cam.Project(QubitArrowFor(trail[0][0], trail[0][1], trail[0][2]).tip));
+    for (std::size_t k = 1; k < n; ++k) {
+      const QPointF to = map(cam.Project(QubitArrowFor(trail[k][0], trail[k][1], trail[k][2]).tip));
+      QColor c = newest;
+      c.setAlphaF(0.15 + 0.85 * static_cast<double>(k) / static_cast<double>(n - 1));
+      p.setPen(QPen(c, std::max(1.5, edge / 60.0), Qt::SolidLine, Qt::RoundCap));
+      p.drawLine(from, to);
+      from = to;
+    }
+  }
 
   // The arrow lives inside the sphere; it is drawn before the front axes only when it points
   // away from the viewer.

@@ -36,7 +36,13 @@ void QubitSphereBox::paintEvent(QPaintEvent*) {
   QPainter p(this);
   const int edge = std::min(width(), height());
   if (edge < width() || edge < height()) p.fillRect(rect(), Qt::black);
-  PaintQubitSphere(p, edge, a_, b_, c_);
+  PaintQubitSphere(p, edge, a_, b_, c_, trail_);
+}
+
+void QubitSphereBox::setTrail(std::vector<std::array<double, 3>> trail) {
+  if (trail == trail_) return;
+  trail_ = std::move(trail);
+  update();
 }
 
 sQubit::sQubit(Workspace& workspace, int qubits, QWidget* parent)

@@ -11,6 +11,7 @@
 
 #include <QWidget>
 
+#include <array>
 #include <vector>
 
 class QScrollArea;
@@ -25,6 +26,9 @@ class QubitSphereBox : public QWidget {
 public:
   explicit QubitSphereBox(int qubit, QWidget* parent = nullptr);
   void setValues(double A, double B, double C);  // repaints later (update)
+  // The arrow's path during the current run, oldest first (empty: none); repaints later.
+  void setTrail(std::vector<std::array<double, 3>> trail);
+  const std::vector<std::array<double, 3>>& trail() const { return trail_; }
   int qubit() const { return qubit_; }
   double A() const { return a_; }
   double B() const { return b_; }
@@ -38,6 +42,7 @@ private:
   int qubit_;
   // The centre of the sphere: no arrow until values arrive.
   double a_ = 0.5, b_ = 0.5, c_ = 0.5;
+  std::vector<std::array<double, 3>> trail_;
   int paints_ = 0;
 };
 
