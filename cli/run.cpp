@@ -1,6 +1,7 @@
 // orvex-cli run: opens an MI set as the workbench does, puts one program into a program slot
 // and drives it through the same run controller (run mode, every breakpoint continued) until
-// it ends, then prints every qubit's Qx, Qy, Qz.
+// it ends, then prints every qubit's Qx, Qy, Qz (with --trace also every main step's, as
+// csv). orvex-cli check: the accuracy check of run/accuracy_check.h, printed as a table.
 #include <unistd.h>
 
 #include <algorithm>

@@ -38,8 +38,11 @@ struct AccuracyReport {
 // Checks the program at `programPath` (any path; the workspace's AppDir is the home whose
 // callable programs the set refers to) with the open set of `ws` (MISetPath) and the
 // integrator of `order` (2 or 4). Refused while a program of `ws` runs or is halted (the
-// engine has one run context). `ui`, when given, gets processEvents between engine calls.
-// Leaves the current directory as it was and removes its scratch directory.
+// engine has one run context; the caller keeps Start and Step disabled while the check runs).
+// `ui`, when given, drives the two runs of a workspace of the check's own, slot 1: give it a
+// RunUi that only processes events and shows the run status, never the workbench's own,
+// whose other hooks refer to the workbench's program slots. Leaves the current directory as
+// it was and removes its scratch directory.
 AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order,
                              RunUi* ui = nullptr);
 
