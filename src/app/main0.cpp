@@ -200,6 +200,7 @@ void Main0::buildMenus() {
   addItem(tools, "MenuBack", QStringLiteral("&Back"))->setEnabled(false);  // only while a program runs
   addItem(tools, "MenuReset", QStringLiteral("&Reset"));
   addItem(tools, "MenuPause", QStringLiteral("Pa&use"));
+  addItem(tools, "MenuCheckAccuracy", QStringLiteral("Check &accuracy"));
   tools->addSeparator()->setObjectName(QStringLiteral("MenuNiks0"));
   addItem(tools, "MenuSaveP", QStringLiteral("&Save program"));
   addItem(tools, "MenuClearMI", QStringLiteral("&Update MI"));

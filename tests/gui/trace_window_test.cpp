@@ -13,9 +13,12 @@
 #include <QImage>
 #include <QLabel>
 #include <QLineSeries>
+#include <QProgressDialog>
+#include <QTableWidget>
 #include <QTabWidget>
 #include <QValueAxis>
 
+#include "app/accuracy_dialog.h"
 #include "program_workbench_fixture.h"
 #include "run/run_controller.h"
 #include "workspace/file_bytes.h"
@@ -310,6 +313,36 @@ TEST_F(RealEngineTraceTest, GhzPopulationsAndTheTraceOfItsSteps) {
   EXPECT_NEAR(pops[QStringLiteral("000")], 0.5, 1e-6);
   EXPECT_NEAR(pops[QStringLiteral("111")], 0.5, 1e-6);
   EXPECT_GE(ws.Traces[static_cast<std::size_t>(slot - 1)].Points.size(), 8u);
+}
+
+TEST_F(RealEngineTraceTest, CheckAccuracyRunsInTheBackgroundAndShowsEveryQubit) {
+  ScriptedDialogs dialogs;
+  start("ideal2");
+  const int slot = openThroughMenu(dialogs, app + "progs/bell.kvp");
+  ASSERT_GT(slot, 0);
+  bool sawProgress = false;
+  QStringList deviations;
+  int rows = 0;
+  // The progress window is up while the check works on its thread; then the table.
+  WhenModalShown<QProgressDialog>([&](QProgressDialog*) { sawProgress = true; });
+  WhenModalShown<AccuracyDialog>([&](AccuracyDialog* d) {
+    rows = d->table()->rowCount();
+    for (int r = 0; r < rows; ++r) deviations << d->table()->item(r, 1)->text();
+    d->accept();
+  }, 3000);
+  main->action(QStringLiteral("MenuCheckAccuracy"))->trigger();
+  EXPECT_TRUE(sawProgress);
+  ASSERT_EQ(rows, 2);
+  for (const QString& d : deviations) {
+    bool ok = false;
+    const double v = d.toDouble(&ok);
+    EXPECT_TRUE(ok && v >= 0 && v < 1e-2) << d.toStdString();
+  }
+  EXPECT_FALSE(ws.EngineBusy);
+  EXPECT_EQ(ws.RunningProgram, -1);
+  // The engine is free again: the program runs.
+  editor(slot).button(kButtonRun)->trigger();
+  EXPECT_EQ(ws.Program(slot).Status, "Program has finished");
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <QMdiSubWindow>
 
 #include "app/about_dialog.h"
+#include "app/accuracy_dialog.h"
 #include "app/help.h"
 #include "app/icons.h"
 #include "app/main0.h"
@@ -284,6 +285,9 @@ void ProgramWorkbench::connectActions() {
   });
   connectAction("MenuArrange", [this] { arrangeWindows(); });
   connectAction("MenuTrace", [this] { withActiveSlot([this](int s) { showTrace(s); }); });
+  connectAction("MenuCheckAccuracy", [this] {
+    withActiveSlot([this](int s) { CheckProgramAccuracy(&main_, ws_, *this, s); });
+  });
   connectAction("MenuPause", [this] {
     if (!PauseProgram(ws_, ws_.RunningProgram)) platform::Beep();
   });
