@@ -315,6 +315,42 @@ TEST_F(RealEngineTraceTest, GhzPopulationsAndTheTraceOfItsSteps) {
   EXPECT_GE(ws.Traces[static_cast<std::size_t>(slot - 1)].Points.size(), 8u);
 }
 
+TEST_F(RealEngineTraceTest, PauseThenStartEndsWhereAnUninterruptedRunEnds) {
+  ScriptedDialogs dialogs;
+  // Hadamard1 with enough intermediate steps that the engine returns early several times.
+  std::string mi = dir.read("app/MI/ideal2/Hadamard1.MI");
+  const auto at = mi.find("NUMBER OF INTERMEDIATE TIME STEPS");
+  ASSERT_NE(at, std::string::npos);
+  const auto valueStart = mi.find('\n', at) + 1;
+  mi.replace(valueStart, mi.find('\n', valueStart) - valueStart, "3000000\r");
+  dir.write("app/MI/ideal2/Slow1.MI", mi);
+  start("ideal2");
+  const int slot = openThroughMenu(
+      dialogs, writeProgram("progs/slow.kvp", {"@INITIALIZE.MI", "@Slow1.MI", "@Hadamard2.MI", "@CZ.MI"}));
+  ASSERT_GT(slot, 0);
+  DefaultPG& e = editor(slot);
+  e.button(kButtonRun)->trigger();
+  ASSERT_EQ(ws.Program(slot).Status, "Program has finished");
+  std::vector<double> end;
+  for (int q = 1; q <= 2; ++q) end.insert(end.end(), {ws.QubitX(slot, q), ws.QubitY(slot, q), ws.QubitZ(slot, q)});
+
+  QTimer poll;
+  poll.setInterval(0);
+  QObject::connect(&poll, &QTimer::timeout, [&] {
+    if (!e.PauseButton->isEnabled()) return;
+    poll.stop();
+    e.PauseButton->trigger();
+  });
+  poll.start();
+  e.button(kButtonRun)->trigger();
+  ASSERT_EQ(ws.Program(slot).Status, "Program halted");
+  e.button(kButtonRun)->trigger();
+  ASSERT_EQ(ws.Program(slot).Status, "Program has finished");
+  std::vector<double> again;
+  for (int q = 1; q <= 2; ++q) again.insert(again.end(), {ws.QubitX(slot, q), ws.QubitY(slot, q), ws.QubitZ(slot, q)});
+  for (std::size_t k = 0; k < end.size(); ++k) EXPECT_NEAR(again[k], end[k], 1e-12) << k;
+}
+
 TEST_F(RealEngineTraceTest, CheckAccuracyRunsInTheBackgroundAndShowsEveryQubit) {
   ScriptedDialogs dialogs;
   start("ideal2");
