@@ -42,7 +42,10 @@ struct AccuracyReport {
 // `ui`, when given, drives the two runs of a workspace of the check's own, slot 1: give it a
 // RunUi that only processes events and shows the run status, never the workbench's own,
 // whose other hooks refer to the workbench's program slots. Leaves the current directory as
-// it was and removes its scratch directory.
+// it was and removes its scratch directory. On a worker thread it needs the user interface
+// to wait (a modal window): for its duration it holds the process's dialog handler (every
+// message box, from any thread, is collected into the report instead of shown), the current
+// directory and the engine's run context.
 AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order,
                              RunUi* ui = nullptr);
 
