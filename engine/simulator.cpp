@@ -347,6 +347,8 @@ void Simulator::Start(std::int32_t* status, std::int32_t noOutputFiles, std::int
   c.Log(c.integrator == kFourthOrder
             ? "integrator: fourth order (triple jump of the symmetric second-order step)"
             : "integrator: second order (symmetric product formula)");
+  for (const MiFile* mi : c.tree.Mis())
+    for (const std::string& w : mi->warnings) c.Log("warning: " + w);
   if (bytes > memoryLimit_ || !c.psi.Allocate(n))
     return Fail(status, {code::kAllocation, name, 0,
                          "cannot allocate the state vector of " + std::to_string(n) +

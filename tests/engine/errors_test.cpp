@@ -140,6 +140,16 @@ TEST(SyntaxErrors, ReversedAndDiagonalPairLines) {
   EXPECT_EQ(sum.maxQubit, 4);
   ASSERT_EQ(sum.warnings.size(), 1u);
   EXPECT_NE(sum.warnings[0].find("y.MI:3: pair line 3,1 is ignored"), std::string::npos);
+
+  // A run names the ignored line in its log.
+  RunDir dir;
+  dir.write("y.MI", "HEISENBERG INTERACTION\r\n1,2, 1,1,1,\r\n2,1, 1,1,1,\r\nEND\r\n");
+  dir.write("p.kvp", ProgramText({"@y.MI"}));
+  Simulator sim;
+  EXPECT_EQ(RunToEnd(sim, "p.kvp").status, 0);
+  EXPECT_NE(dir.read("kv1dll.log").find("warning: y.MI:3: pair line 2,1 is ignored"),
+            std::string::npos)
+      << dir.read("kv1dll.log");
 }
 
 TEST(RunErrors, LogCannotBeOpened) {
