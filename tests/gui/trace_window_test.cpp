@@ -178,7 +178,17 @@ TEST_F(PlainEngineTraceTest, WithoutEngineEntriesOnePointPerCallAndNoPopulations
   main->action(QStringLiteral("MenuTrace"))->trigger();
   TraceWindow* w = workbench->traceWindow(slot);
   ASSERT_NE(w, nullptr);
+  // What the window shows while the call loop runs: the curve grows before the run halts.
+  int drawnWhileBusy = 0;
+  QTimer sample;
+  sample.setInterval(0);
+  QObject::connect(&sample, &QTimer::timeout, [&] {
+    if (ws.EngineBusy && w->series(1, 0)) drawnWhileBusy = std::max<int>(drawnWhileBusy, w->series(1, 0)->count());
+  });
+  sample.start();
   editor(slot).button(kButtonRun)->trigger();
+  sample.stop();
+  EXPECT_EQ(drawnWhileBusy, 2);  // the start and the first call, drawn inside the loop
   ASSERT_NE(w->series(1, 0), nullptr);
   EXPECT_EQ(w->series(1, 0)->count(), 3);  // the start and two calls
   EXPECT_DOUBLE_EQ(w->series(1, 0)->at(2).y(), 1 - 2 * 0.2);

@@ -107,10 +107,9 @@ void ProgramWorkbench::updateQubitDisplay(int slot) {
 
 void ProgramWorkbench::processEvents() {
   // The trace of the running program grows while the call loop runs.
-  static QElapsedTimer sinceDrawn;
-  if (ws_.RunningProgram > 0 && (!sinceDrawn.isValid() || sinceDrawn.elapsed() >= kLiveTraceInterval)) {
+  if (ws_.RunningProgram > 0 && (!traceDrawn_.isValid() || traceDrawn_.elapsed() >= kLiveTraceInterval)) {
     refreshTrace(ws_.RunningProgram, false);
-    sinceDrawn.restart();
+    traceDrawn_.restart();
   }
   QCoreApplication::processEvents();
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 
@@ -72,6 +73,7 @@ private:
   std::array<QPointer<DefaultPG>, kMaxPrograms> editors_{};
   std::array<QPointer<TraceWindow>, kMaxPrograms> traces_{};
   std::array<QPointer<QMdiSubWindow>, kMaxPrograms> traceFrames_{};
+  QElapsedTimer traceDrawn_;  // when the running program's trace was last drawn
   std::array<QPointer<QMdiSubWindow>, kMaxPrograms> frames_{};
   QPointer<sQubit> qubitWindow_;
   std::vector<std::string> programFiles_;
