@@ -194,6 +194,16 @@ TEST_F(PlainEngineTraceTest, WithoutEngineEntriesOnePointPerCallAndNoPopulations
   EXPECT_DOUBLE_EQ(w->series(1, 0)->at(2).y(), 1 - 2 * 0.2);
   EXPECT_FALSE(w->populationsView()->isEnabled());
   EXPECT_TRUE(w->populationsNote()->text().contains(QStringLiteral("no amplitudes")));
+
+  // Closing the program takes its trace and trace window with it.
+  ResetProgram(ws, *workbench, slot);
+  script("0 0 0 0 .3 .3 .3 .3 .3 .3\n");
+  editor(slot).button(kButtonRun)->trigger();
+  ASSERT_FALSE(ws.Traces[static_cast<std::size_t>(slot - 1)].Points.empty());
+  workbench->editor(slot)->parentWidget()->close();
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  EXPECT_EQ(workbench->traceWindow(slot), nullptr);
+  EXPECT_TRUE(ws.Traces[static_cast<std::size_t>(slot - 1)].Points.empty());
 }
 
 TEST_F(PlainEngineTraceTest, PauseHaltsTheRunningProgramAndStartContinues) {

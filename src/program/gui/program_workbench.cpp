@@ -21,6 +21,7 @@
 #include "program/gui/default_pg.h"
 #include "program/program_table.h"
 #include "run/run_controller.h"
+#include "run/run_trace.h"
 #include "run/run_commands.h"
 #include "run/run_controller.h"
 #include "run/run_directory.h"
@@ -206,6 +207,9 @@ void ProgramWorkbench::showEditor(int slot) {
       if (s < 1 || s > kMaxPrograms) return;
       editors_[s - 1] = nullptr;
       frames_[s - 1] = nullptr;
+      // The slot's trace and its window go with the program.
+      ClearTrace(ws_.Traces[static_cast<std::size_t>(s - 1)]);
+      if (traceFrames_[s - 1]) traceFrames_[s - 1]->deleteLater();
     });
   }
   e->render();
