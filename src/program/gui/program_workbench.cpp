@@ -8,6 +8,7 @@
 #include <QElapsedTimer>
 #include <QMdiArea>
 #include <QMdiSubWindow>
+#include <QStyle>
 
 #include "app/about_dialog.h"
 #include "app/accuracy_dialog.h"
@@ -127,7 +128,11 @@ TraceWindow* ProgramWorkbench::showTrace(int slot) {
     w = new TraceWindow(ws_, slot);
     QMdiSubWindow* frame = main_.mdi()->addSubWindow(w);
     frame->setAttribute(Qt::WA_DeleteOnClose, true);
-    frame->resize(w->size());
+    frame->setWindowIcon(w->style()->standardIcon(QStyle::SP_FileDialogContentsView));
+    // Never beyond the frame's area: at its right edge, beside the program editors.
+    const QSize area = main_.mdi()->viewport()->size();
+    frame->resize(w->size().boundedTo(area));
+    frame->move(std::max(0, area.width() - frame->width()), 0);
     traces_[slot - 1] = w;
     traceFrames_[slot - 1] = frame;
   }
