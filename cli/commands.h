@@ -13,5 +13,6 @@ int MiNormalize(const Args& args);       // orvex-cli mi normalize FILE [--qubit
 int ProgramNormalize(const Args& args);  // orvex-cli program normalize FILE
 int Run(const Args& args);               // orvex-cli run PROGRAM --set NAME [...]
 int Check(const Args& args);             // orvex-cli check PROGRAM --set NAME [...]
+int Fidelity(const Args& args);          // orvex-cli fidelity MI-OR-PROGRAM --set NAME [...]
 
 } // namespace orvex::cli

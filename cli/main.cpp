@@ -13,7 +13,12 @@ const char* kUsage =
     "       orvex-cli run PROGRAM --set NAME [--home DIR] [--step program|main|all]\n"
     "                 [--output-files] [--format table|csv|json] [--order 2|4]\n"
     "                 [--trace FILE.csv]\n"
-    "       orvex-cli check PROGRAM --set NAME [--home DIR] [--order 2|4]\n";
+    "       orvex-cli check PROGRAM --set NAME [--home DIR] [--order 2|4]\n"
+    "       orvex-cli fidelity MI-OR-PROGRAM --set NAME [--home DIR] --qubits 1,2\n"
+    "                 --target GATE [--angle RADIANS] [--z-phases] [--order 2|4]\n"
+    "                 (GATE: I X Y Z H S T SX RX RY RZ CNOT CZ SWAP ISWAP SQRTSWAP CPHASE;\n"
+    "                 the qubit listed first is the most significant bit: CNOT on 1,2 has\n"
+    "                 control 1; the other qubits start in |0>)\n";
 
 } // namespace
 
@@ -26,6 +31,7 @@ int main(int argc, char** argv) {
   const std::string& command = args[0];
   if (command == "run") return orvex::cli::Run({args.begin() + 1, args.end()});
   if (command == "check") return orvex::cli::Check({args.begin() + 1, args.end()});
+  if (command == "fidelity") return orvex::cli::Fidelity({args.begin() + 1, args.end()});
   if (args.size() >= 2 && args[1] == "normalize") {
     orvex::cli::Args rest(args.begin() + 2, args.end());
     if (command == "mi") return orvex::cli::MiNormalize(rest);

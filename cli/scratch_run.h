@@ -1,0 +1,50 @@
+// Engine runs in a scratch directory for the analysis commands (fidelity, sweep): the set's
+// files are copied there, the copies may be edited, and the engine (linked in, not loaded)
+// runs a program from there. The user's files are only read.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/simulator.h"
+
+namespace orvex::cli {
+
+// The home directory (--home, else $ORVEX_HOME, else the executable's directory) and the set
+// directory under it, both absolute and ending in "/"; nullopt with `error` set.
+std::optional<std::string> HomeDirectory(const std::string& option, std::string& error);
+std::optional<std::string> SetDirectory(const std::string& home, const std::string& set,
+                                        std::string& error);
+
+// The program text to run for MI-OR-PROGRAM: "@NAME" when it names an MI of the set (with or
+// without ".MI"), else the text of the program file. nullopt with `error` set.
+std::optional<std::string> ProgramTextFor(const std::string& what, const std::string& setDir,
+                                          std::string& error);
+
+// A fresh directory under the temporary directory holding copies of the set's files and of
+// the callable programs its ".MP" redirects name (at their place relative to `home`),
+// removed with the object.
+class ScratchSet {
+public:
+  ScratchSet(const std::string& home, const std::string& setDir);
+  ~ScratchSet();
+  ScratchSet(const ScratchSet&) = delete;
+  ScratchSet& operator=(const ScratchSet&) = delete;
+  bool Ok() const { return !dir_.empty(); }
+  const std::string& Dir() const { return dir_; }  // ends in "/"
+  const std::string& Error() const { return error_; }
+
+private:
+  std::string dir_, error_;
+};
+
+// Runs `program` (a file name inside `dir`) to its end, through every breakpoint, with the
+// integrator of `order` (2 or 4), the current directory set to `dir` for the run and put back
+// after. `last` gets the values the engine reported at the end: Q = (1 - <sigma>)/2 for x, y,
+// z of every qubit. False with `error` (the engine's code and the last line of its log).
+bool RunToEnd(engine::Simulator& sim, const std::string& dir, const std::string& program,
+              int order, std::vector<std::array<double, 3>>& last, std::string& error);
+
+} // namespace orvex::cli
