@@ -382,13 +382,20 @@ void PrintResult(Workspace& ws, int slot, Format format) {
   }
 }
 
-// The home directory of the options (--home, else $ORVEX_HOME, else the executable's
-// directory) as one plain absolute path; nullopt after the message when it does not exist.
+// The home directory of the options (--home, else $ORVEX_HOME, else the workbench's own
+// application directory: the executable's, or the per-user one of an installed copy) as one
+// plain absolute path; nullopt after the message when it does not exist.
 std::optional<std::string> HomeOf(const RunOptions& options) {
   std::string home = options.home;
   if (home.empty()) {
     const char* env = std::getenv("ORVEX_HOME");
-    home = env && *env ? env : platform::ExecutableDirectory();
+    if (env && *env) home = env;
+    else try {
+      home = platform::ResolveAppDir("", platform::ExecutableDirectory());
+    } catch (const RuntimeError& e) {
+      Fail(e.what());
+      return std::nullopt;
+    }
   }
   // Any spelling of the directory ("." , "./", "../bin", a link) becomes one plain absolute
   // path, so that program names made relative to it need no "." or ".." of their own.

@@ -47,6 +47,15 @@ std::string ExecutableDirectory() {
   return WithSlash(exe.parent_path().string());
 }
 
+std::string BundleDirectory(const std::string& exeDir) {
+  if (exeDir.empty()) return {};
+  std::error_code ec;
+  if (fs::is_directory(fs::path(exeDir) / "MI", ec)) return WithSlash(exeDir);
+  const fs::path installed = fs::path(exeDir) / ".." / "share" / "orvex";
+  if (fs::is_directory(installed / "MI", ec)) return WithSlash(installed.lexically_normal().string());
+  return {};
+}
+
 void SeedAppDir(const std::string& bundleDir, const std::string& appDir) {
   if (bundleDir.empty()) return;
   const fs::path from(bundleDir), to(appDir);
@@ -63,7 +72,12 @@ void SeedAppDir(const std::string& bundleDir, const std::string& appDir) {
 std::string ResolveAppDir(const std::string& home, const std::string& exeDir) {
   if (!home.empty()) return MakeDirectory(home);
   if (const char* env = std::getenv("ORVEX_HOME"); env && *env) return MakeDirectory(env);
-  if (!exeDir.empty() && Writable(exeDir)) return WithSlash(exeDir);
+  // An installed copy keeps its content in ../share/orvex, never beside the executable: even
+  // when bin/ happens to be writable (a root user, a prefix of one's own) the user's files go
+  // to the per-user directory.
+  const std::string bundle = BundleDirectory(exeDir);
+  const bool installed = !bundle.empty() && bundle != WithSlash(exeDir);
+  if (!exeDir.empty() && !installed && Writable(exeDir)) return WithSlash(exeDir);
 
   std::string data;
   if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg) data = xdg;
@@ -71,7 +85,7 @@ std::string ResolveAppDir(const std::string& home, const std::string& exeDir) {
     data = std::string(userHome) + "/.local/share";
   else data = "/tmp";
   const std::string dir = MakeDirectory(data + "/orvex");
-  SeedAppDir(exeDir, dir);
+  SeedAppDir(bundle, dir);
   return dir;
 }
 

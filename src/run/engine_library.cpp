@@ -11,6 +11,10 @@
 
 #include "workspace/errors.h"
 
+#ifndef ORVEX_ENGINE_INSTALL_PATH
+#define ORVEX_ENGINE_INSTALL_PATH "../lib/orvex/libkv3.so"
+#endif
+
 namespace orvex {
 
 namespace {
@@ -41,7 +45,12 @@ std::string EngineLibrary::DefaultPath() {
     }
     return path;
   }
-  return ExecutableDirectory() + "libkv3.so";
+  // A build tree keeps the engine beside the executable; an installed copy in its own
+  // library directory, reached from bin/ by the install's relative path.
+  const std::string beside = ExecutableDirectory() + "libkv3.so";
+  const std::string installed = ExecutableDirectory() + ORVEX_ENGINE_INSTALL_PATH;
+  if (::access(beside.c_str(), F_OK) != 0 && ::access(installed.c_str(), F_OK) == 0) return installed;
+  return beside;
 }
 
 namespace {
