@@ -14,5 +14,6 @@ int ProgramNormalize(const Args& args);  // orvex-cli program normalize FILE
 int Run(const Args& args);               // orvex-cli run PROGRAM --set NAME [...]
 int Check(const Args& args);             // orvex-cli check PROGRAM --set NAME [...]
 int Fidelity(const Args& args);          // orvex-cli fidelity MI-OR-PROGRAM --set NAME [...]
+int Sweep(const Args& args);             // orvex-cli sweep PROGRAM --set NAME --vary SPEC [...]
 
 } // namespace orvex::cli

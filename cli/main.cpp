@@ -18,7 +18,11 @@ const char* kUsage =
     "                 --target GATE [--angle RADIANS] [--z-phases] [--order 2|4]\n"
     "                 (GATE: I X Y Z H S T SX RX RY RZ CNOT CZ SWAP ISWAP SQRTSWAP CPHASE;\n"
     "                 the qubit listed first is the most significant bit: CNOT on 1,2 has\n"
-    "                 control 1; the other qubits start in |0>)\n";
+    "                 control 1; the other qubits start in |0>)\n"
+    "       orvex-cli sweep PROGRAM --set NAME [--home DIR] --vary MI:PARAM=START:STOP:COUNT\n"
+    "                 [--vary ...] [--order 2|4] [--jobs N]\n"
+    "                 (PARAM: Hx0@Q ... phi_z@Q, Jx@I-J, Jy@I-J, Jz@I-J, TimeStep,\n"
+    "                 FieldSteps, IntermediateSteps; CSV on standard output)\n";
 
 } // namespace
 
@@ -32,6 +36,7 @@ int main(int argc, char** argv) {
   if (command == "run") return orvex::cli::Run({args.begin() + 1, args.end()});
   if (command == "check") return orvex::cli::Check({args.begin() + 1, args.end()});
   if (command == "fidelity") return orvex::cli::Fidelity({args.begin() + 1, args.end()});
+  if (command == "sweep") return orvex::cli::Sweep({args.begin() + 1, args.end()});
   if (args.size() >= 2 && args[1] == "normalize") {
     orvex::cli::Args rest(args.begin() + 2, args.end());
     if (command == "mi") return orvex::cli::MiNormalize(rest);
