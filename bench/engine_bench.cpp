@@ -1,8 +1,15 @@
 // Time of one intermediate step of the product formula for a chain of N qubits (fields on
 // every qubit, nearest-neighbour XYZ couplings), with the effective memory bandwidth
 // (bytes the sweeps read and write per second) beside a plain copy of the same state size.
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -11,6 +18,7 @@
 #include "engine/initial_states.h"
 #include "engine/kernels.h"
 #include "engine/parallel.h"
+#include "engine/simulator.h"
 #include "engine/state_vector.h"
 
 namespace {
@@ -183,12 +191,155 @@ void BM_MeasureVsCopy(benchmark::State& state) {
   state.counters["x copy"] = measureSeconds / copySeconds;
 }
 
+// ---- Whole runs through the simulator ----
+
+// A directory of its own under the temporary directory, the current directory while the
+// object lives.
+class BenchDir {
+public:
+  BenchDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "orvex-bench-XXXXXX").string();
+    if (mkdtemp(tmpl.data())) path_ = tmpl;
+    saved_ = std::filesystem::current_path();
+    if (!path_.empty()) std::filesystem::current_path(path_);
+  }
+  ~BenchDir() {
+    std::filesystem::current_path(saved_);
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+  }
+  bool Ok() const { return !path_.empty(); }
+  void Write(const std::string& name, const std::string& text) const {
+    std::ofstream(name, std::ios::binary) << text;
+  }
+
+private:
+  std::string path_;
+  std::filesystem::path saved_;
+};
+
+std::string Num(double v) {
+  char buf[40];
+  std::snprintf(buf, sizeof buf, "%.17g", v);
+  return buf;
+}
+
+// An MI in the workbench's layout: twelve field values per qubit, pair lines (i, j, J).
+struct MiSpec {
+  int qubits = 1;
+  std::vector<std::array<double, 12>> fields;  // index q - 1
+  std::vector<std::pair<int, int>> pairs;
+  std::array<double, 3> j{0.5, 0.4, 0.9};
+  long intermediateSteps = 1;
+  double timeStep = 1;
+  std::string initial;
+
+  std::string Text() const {
+    std::string t = "!Micro instruction \r\nHEISENBERG INTERACTION\r\n";
+    for (auto [a, b] : pairs)
+      t += std::to_string(a) + "," + std::to_string(b) + ", " + Num(j[0]) + "," + Num(j[1]) +
+           "," + Num(j[2]) + ",  ! Jx, Jy, Jz \r\n";
+    t += "END\r\n";
+    for (int q = 1; q <= qubits; ++q) {
+      t += "SPIN : " + std::to_string(q) +
+           " (Hx0, Hx1, Omega_x, Hy0, Hy1, Omega_y, Hz0, Hz1, Omega_z, phi_x, phi_y, phi_z)\r\n";
+      for (int k = 0; k < 12; ++k)
+        t += Num(q <= static_cast<int>(fields.size()) ? fields[q - 1][k] : 0.0) + ", ";
+      t += "\r\nEND\r\n";
+    }
+    t += "NUMBER OF FIELD STEPS\r\n1\r\nEND\r\n";
+    t += "TIME STEP\r\n" + Num(timeStep) + "\r\nEND\r\n";
+    t += "NUMBER OF INTERMEDIATE TIME STEPS\r\n" + std::to_string(intermediateSteps) +
+         "\r\nEND\r\n";
+    if (!initial.empty()) t += "INITIAL STATE: " + initial + "\r\n1\r\nEND\r\n";
+    t += "NO CHECK NORM\r\n!ABOUT\r\n!bench\r\n!END\r\n";
+    return t;
+  }
+};
+
+// One main step of a pulse on `qubits` qubits with 1 and with 100 intermediate steps, timed
+// alternately in the same loop (a busy machine slows both alike). Kind 0: an oscillating
+// field on qubit 1 only, no couplings (the other qubits idle); kind 1: the chain above
+// (fields on every qubit, nearest-neighbour couplings) as the control. Each timed call is the
+// pulse MI of a program whose first MI set a random state: the evolution and the report of
+// the values. "x 1-step" is the 100-step pulse's time in 1-step pulses.
+void BM_PulseSteps(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const bool chain = state.range(1) == 1;
+  BenchDir dir;
+  if (!dir.Ok()) {
+    state.SkipWithError("cannot create a directory");
+    return;
+  }
+  MiSpec init;
+  init.qubits = n;
+  init.initial = "RANDOM";
+  init.intermediateSteps = 0;
+  dir.Write("init.MI", init.Text());
+  for (long steps : {1L, 100L}) {
+    MiSpec pulse;
+    pulse.qubits = n;
+    pulse.intermediateSteps = steps;
+    pulse.timeStep = 0.8;
+    pulse.fields.resize(n);
+    if (chain) {
+      for (int q = 0; q < n; ++q)
+        pulse.fields[q] = {0.3 + 0.01 * q, 0, 0, -0.2, 0, 0, 0.7 - 0.02 * q, 0, 0, 0, 0, 0};
+      for (int q = 1; q < n; ++q) pulse.pairs.emplace_back(q, q + 1);
+    } else {
+      pulse.fields[0] = {0, 0.9, 1.7, 0, 0, 0, 0.6, 0, 0, 0.2, 0, 0};
+    }
+    dir.Write("pulse" + std::to_string(steps) + ".MI", pulse.Text());
+    dir.Write("p" + std::to_string(steps) + ".kvp",
+              "!Quantum program progs\\p.kvp\r\n@init.MI\r\n@pulse" + std::to_string(steps) +
+                  ".MI\r\n");
+  }
+  Simulator sim;
+  sim.SetReturnInterval(std::chrono::microseconds(3600000000LL));
+  using Clock = std::chrono::steady_clock;
+  // Runs `program`; returns the seconds of the pulse's call, or < 0 on failure.
+  auto pulse = [&](const char* program) {
+    CallArgs a;
+    a.entry = -1;
+    a.runMode = 1;
+    a.flags[3] = 0;  // one MI per step
+    a.SetProgramName(program);
+    sim.Call(a);
+    if (a.status != 0) return -1.0;
+    const auto t0 = Clock::now();
+    do sim.Call(a);
+    while (a.status == 0 && a.flags[0] == 1);
+    const double s = std::chrono::duration<double>(Clock::now() - t0).count();
+    return a.status == 0 ? s : -1.0;
+  };
+  double one = 0, hundred = 0;
+  for (auto _ : state) {
+    const double a = pulse("p1.kvp"), b = pulse("p100.kvp");
+    if (a < 0 || b < 0) {
+      state.SkipWithError("the run failed");
+      return;
+    }
+    one += a;
+    hundred += b;
+    state.SetIterationTime(a + b);
+  }
+  const double iterations = static_cast<double>(state.iterations());
+  state.counters["1-step ms"] = 1e3 * one / iterations;
+  state.counters["100-step ms"] = 1e3 * hundred / iterations;
+  state.counters["x 1-step"] = hundred / one;
+}
+
 BENCHMARK(BM_IntermediateStep)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Copy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_BatchedSteps)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_LiteralStep)->DenseRange(12, 22, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Measure)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_MeasureVsCopy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
+BENCHMARK(BM_PulseSteps)
+    ->ArgsProduct({{20}, {0, 1}})
+    ->ArgNames({"qubits", "chain"})
+    ->Unit(benchmark::kMillisecond)
+    ->UseManualTime();
 
 } // namespace
 

@@ -93,6 +93,7 @@ public:
   }
 
   std::vector<Op>& Ops() { return ops_; }
+  bool Empty() const { return ops_.empty(); }
 
 private:
   struct Source {
@@ -134,6 +135,12 @@ struct Simulator::Context {
   std::vector<Frame> stack;
 
   const MiFile* mi = nullptr;  // the MI being evolved, if any
+  // Qubits (bit q - 1) with a field that no coupling of the MI touches: each evolves on its
+  // own, so its rotations are multiplied into `idle` (one 2x2 per qubit) over a whole
+  // reported interval and applied once, with the batch that ends the interval, or before a
+  // measurement inside the interval.
+  std::uint32_t idleQubits = 0;
+  FactorList idle{true};
   std::int64_t k = 0, l = 0;   // next sub-step of it
   std::int64_t batch = 1;      // sub-steps per batch of this MI
   double miStart = 0;          // program time when it started
@@ -171,7 +178,16 @@ struct Simulator::Context {
     std::fflush(log);
   }
 
+  // Applies the idle qubits' pending rotations, so that the state is the literal product's
+  // at the last completed sub-step.
+  void FlushIdle() {
+    if (idle.Empty()) return;
+    ApplyOps(ParallelFor(), psi, idle.Ops());
+    idle = FactorList(true);
+  }
+
   void MeasureNow() {
+    FlushIdle();
     const auto before = std::chrono::steady_clock::now();
     q = Measure(ParallelFor(), psi);
     measureSeconds =
@@ -377,9 +393,13 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
   const auto began = std::chrono::steady_clock::now();
   // The call returns once this much work is done; when measuring the reported values is
   // expensive (large registers), less often, so that measuring stays about a tenth of a run.
-  const auto interval = std::max<std::chrono::steady_clock::duration>(
-      returnInterval_, std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                           std::chrono::duration<double>(10 * c.measureSeconds)));
+  // An interval of zero returns at every opportunity.
+  const auto interval =
+      returnInterval_.count() == 0
+          ? std::chrono::steady_clock::duration::zero()
+          : std::max<std::chrono::steady_clock::duration>(
+                returnInterval_, std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                     std::chrono::duration<double>(10 * c.measureSeconds)));
   auto timeUp = [&] { return std::chrono::steady_clock::now() - began >= interval; };
 
   enum class Item { Mi, Breakpoint, End };
@@ -455,18 +475,39 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     // inside a batch when its time is up (showing the values measured last). Batches start
     // at multiples of the size in every main step, whatever the calls, so a run gives the
     // same bits however often it returns.
+    // The idle qubits' rotations cost no sweep of their own, only their 2x2 products: at
+    // most kFoldFactors of those (a few milliseconds) per batch when the fields oscillate.
     constexpr double kBatchWork = double(1 << 28);
     constexpr double kBatchOps = 4096;
-    int fields = 0;
-    for (int q = 1; q <= mi->maxQubit; ++q) fields += mi->HasField(q) ? 1 : 0;
-    const double perSub = (c.integrator == kFourthOrder ? 3.0 : 1.0) *
-                              (fields + 2.0 * static_cast<double>(mi->couplings.size())) +
-                          1.0;
+    constexpr double kFoldFactors = double(1 << 16);
+    std::uint32_t touched = 0;
+    for (const Coupling& p : mi->couplings)
+      if (p.jx != 0 || p.jy != 0 || p.jz != 0)
+        touched |= (std::uint32_t{1} << (p.i - 1)) | (std::uint32_t{1} << (p.j - 1));
+    c.idleQubits = 0;
+    int fields = 0, idleFields = 0;
+    for (int q = 1; q <= mi->maxQubit; ++q) {
+      if (!mi->HasField(q)) continue;
+      if (!literal_ && !(touched >> (q - 1) & 1)) {
+        c.idleQubits |= std::uint32_t{1} << (q - 1);
+        ++idleFields;
+      } else {
+        ++fields;
+      }
+    }
+    c.idle = FactorList(true);
+    const double stages = c.integrator == kFourthOrder ? 3.0 : 1.0;
+    const double perSub =
+        stages * (fields + 2.0 * static_cast<double>(mi->couplings.size())) + 1.0;
     const double n = static_cast<double>(std::max<std::int64_t>(1, mi->intermediateSteps));
     const double byWork = kBatchWork / (perSub * static_cast<double>(c.psi.Size()));
+    const double byFold =
+        mi->StaticFields() || idleFields == 0 ? n : kFoldFactors / (stages * idleFields);
     c.batch = static_cast<std::int64_t>(
-        std::clamp(std::min(byWork, kBatchOps / perSub), 1.0, n));
-    if (fields == 0 && mi->couplings.empty()) c.batch = static_cast<std::int64_t>(n);
+        std::clamp(std::min({byWork, kBatchOps / perSub, byFold}), 1.0, n));
+    if (fields == 0 && mi->couplings.empty())
+      c.batch = static_cast<std::int64_t>(std::clamp(byFold, 1.0, n));
+    if (batchLimit_ > 0) c.batch = std::min(c.batch, batchLimit_);
     if (mi->initial != InitialState::None) {
       switch (mi->initial) {
       case InitialState::SpinUp: SetSpinUp(c.psi); break;
@@ -484,28 +525,32 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
   };
   // Prepares the factors of `count` sub-steps from the current one (never past the end of
   // the main step) as an open batch.
-  auto openBatch = [&](std::int64_t count) {
+  // `endsInterval`: the batch ends a reported interval (the main step, or the sub-step that
+  // a step of all-steps granularity reports), so it takes the idle qubits' rotations too.
+  auto openBatch = [&](std::int64_t count, bool endsInterval) {
     const MiFile& mi = *c.mi;
     const std::int64_t n = std::max<std::int64_t>(1, mi.intermediateSteps);
     const double tau = mi.timeStep, delta = tau / static_cast<double>(n);
     FactorList list(!literal_);
     // S(t0, h) = F(mid, h/2) C(h) F(mid, h/2), mid = t0 + h/2.
-    auto stage = [&](double mid, double h) {
+    // An idle qubit's two halves of a stage meet (nothing acts on it in between): one
+    // rotation by the whole angle, taken with the first half.
+    auto fields = [&](double mid, double h, bool first) {
       for (int q = 1; q <= mi.maxQubit; ++q) {
         if (!mi.HasField(q)) continue;
+        const bool idle = c.idleQubits >> (q - 1) & 1;
+        if (idle && !first) continue;
         double hx, hy, hz;
         mi.FieldAt(q, mid, hx, hy, hz);
-        list.Field(q - 1, hx, hy, hz, h / 2);
+        (idle ? c.idle : list).Field(q - 1, hx, hy, hz, idle ? h : h / 2);
       }
+    };
+    auto stage = [&](double mid, double h) {
+      fields(mid, h, true);
       const std::size_t p = mi.couplings.size();
       for (std::size_t i = 0; i < p; ++i) list.Pair(mi.couplings[i], h / 2);
       for (std::size_t i = p; i-- > 0;) list.Pair(mi.couplings[i], h / 2);
-      for (int q = 1; q <= mi.maxQubit; ++q) {
-        if (!mi.HasField(q)) continue;
-        double hx, hy, hz;
-        mi.FieldAt(q, mid, hx, hy, hz);
-        list.Field(q - 1, hx, hy, hz, h / 2);
-      }
+      fields(mid, h, false);
     };
     for (std::int64_t s = 0; s < count; ++s) {
       const double t0 = static_cast<double>(c.k) * tau + static_cast<double>(c.l + s) * delta;
@@ -518,6 +563,12 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
         stage(static_cast<double>(c.k) * tau + (static_cast<double>(c.l + s) + 0.5) * delta,
               delta);
       }
+    }
+    // The state now lags behind the sub-steps done by the idle qubits' pending rotations.
+    if (!c.idle.Empty()) c.qValid = false;
+    if (endsInterval && !c.idle.Empty()) {
+      list.Ops().insert(list.Ops().end(), c.idle.Ops().begin(), c.idle.Ops().end());
+      c.idle = FactorList(true);
     }
     if (literal_) {
       // The reference: one full sweep per factor, all at once.
@@ -562,6 +613,12 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     const std::int64_t n = std::max<std::int64_t>(1, c.mi->intermediateSteps);
     if (single) return std::int64_t{1};
     return std::min(c.batch - c.l % c.batch, n - c.l);
+  };
+  // Opens the batch from the current sub-step; `single` for one sub-step that is reported.
+  auto openFromHere = [&](bool single) {
+    const std::int64_t count = batchFromHere(single);
+    const std::int64_t n = std::max<std::int64_t>(1, c.mi->intermediateSteps);
+    openBatch(count, single || c.l + count == n);
   };
   // Starts the next MI, passing over breakpoints; false at the end of the program.
   auto beginNext = [&](bool& ok) {
@@ -609,7 +666,7 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
       } else if (!c.mi) {
         break;  // a zero-step MI, which counts as one step
       } else {
-        openBatch(batchFromHere(c.granularity == Granularity::SubStep));
+        openFromHere(c.granularity == Granularity::SubStep);
         continue;
       }
       if (timeUp()) {
@@ -638,7 +695,7 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
       }
       if (!ok) return;
     } else if (c.mi) {
-      openBatch(batchFromHere(false));
+      openFromHere(false);
       continue;
     } else {
       const MiFile* mi = nullptr;

@@ -62,10 +62,14 @@ public:
 
   // Largest state the engine will allocate (default: the machine's physical memory).
   void SetMemoryLimit(std::uint64_t bytes) { memoryLimit_ = bytes; }
-  // Work after which a run call returns early (default 25 ms).
+  // Work after which a run call returns early (default 25 ms; zero: at every opportunity).
   void SetReturnInterval(std::chrono::microseconds interval) { returnInterval_ = interval; }
-  // Evolve with one full sweep per factor instead of cache-sized tiles (for comparisons).
+  // Evolve with one full sweep per factor instead of cache-sized tiles (for comparisons),
+  // and without folding any qubit's rotations over a reported interval.
   void SetLiteralSweeps(bool literal) { literal_ = literal; }
+  // At most this many sub-steps per batch (0: as the work suggests), for comparisons of runs
+  // cut at different places.
+  void SetBatchLimit(std::int64_t subSteps) { batchLimit_ = subSteps; }
 
   bool Active() const { return context_ != nullptr; }
   int Qubits() const;
@@ -96,6 +100,7 @@ private:
   std::uint64_t memoryLimit_;
   std::chrono::microseconds returnInterval_{25000};
   bool literal_ = false;
+  std::int64_t batchLimit_ = 0;
   TraceBuffer trace_;
 };
 

@@ -1,5 +1,7 @@
 // The physics of the engine against closed-form results and against a dense reference
 // exp(-iHT) (and a fine Runge-Kutta integration for time-dependent fields).
+#include <algorithm>
+#include <chrono>
 #include <functional>
 #include <random>
 
@@ -292,17 +294,107 @@ TEST(SecondOrder, MergedFactorsAndTiledSweepsReproduceTheLiteralFormula) {
   }
 }
 
+// Every value a run reports, by program time, and the final state.
+struct Reported {
+  std::vector<std::pair<double, std::vector<double>>> values;  // time, then x, y, z per qubit
+  Vector state;
+};
+
+// Runs init + `mi` (15 qubits: more than one tile) with `setup` applied to the simulator, in
+// step mode of `granularity` or (granularity 2) in run mode returning after every piece.
+Reported RunReporting(const MiText& mi, int integrator, int granularity,
+                      const std::function<void(Simulator&)>& setup) {
+  RunDir dir;
+  MiText init = Init(mi.qubits, "RANDOM");
+  init.seed = 77;
+  dir.write("init.MI", init.Text());
+  dir.write("mi.MI", mi.Text());
+  dir.write("test.kvp", ProgramText({"@init.MI", "@mi.MI"}));
+  Simulator sim;
+  setup(sim);
+  const bool run = granularity == 2;
+  if (run) sim.SetReturnInterval(std::chrono::microseconds(0));
+  CallArgs a = StartArgs("test.kvp", run ? 0 : 1, run ? 0 : granularity);
+  a.flags[1] = integrator;
+  Reported r;
+  for (int calls = 0; calls < 100000; ++calls) {
+    sim.Call(a);
+    EXPECT_EQ(a.status, 0);
+    if (a.status != 0) break;
+    std::vector<double> v;
+    for (int q = 0; q < mi.qubits; ++q) v.insert(v.end(), {a.x[q], a.y[q], a.z[q]});
+    r.values.emplace_back(sim.ProgramTime(), v);
+    if (a.flags[0] == 0 && a.progress == 0) break;
+  }
+  r.state = StateOf(sim);
+  return r;
+}
+
+TEST(SecondOrder, IdleQubitsFoldedOverAReportedIntervalReproduceTheLiteralFormula) {
+  // Qubits 1-3 and 9, 15 coupled; the others, fields and no coupling, evolve on their own
+  // and are folded into one rotation per reported interval. Each folded run, cut into
+  // batches of at most 3 sub-steps so that a run-mode return falls inside a main step, must
+  // report at every return the values the literal formula gives at that time.
+  const int n = 15;
+  for (bool coupled : {true, false}) {
+    for (bool oscillating : {false, true}) {
+      MiText mi;
+      mi.qubits = n;
+      std::mt19937_64 gen(oscillating ? 5 : 6);
+      std::uniform_real_distribution<double> u(-1.2, 1.2);
+      for (int q = 1; q <= n; ++q) {
+        if (q == 7) continue;  // no field at all
+        mi.Field(q, Hx0, u(gen)).Field(q, Hz0, u(gen));
+        if (oscillating) mi.Field(q, Hy1, u(gen)).Field(q, Wy, 1.5 + q * 0.1).Field(q, Py, 0.3);
+      }
+      if (coupled)
+        mi.Pair(1, 2, 0.9, -0.4, 0.6).Pair(2, 3, 0.3, 0.8, -1.1).Pair(9, 15, 1.2, 0.5, 0.7);
+      mi.Pair(4, 5, 0, 0, 0);  // a zero coupling touches nothing
+      mi.fieldSteps = 2;
+      mi.intermediateSteps = 7;
+      mi.timeStep = 0.6;
+      for (int integrator : {kSecondOrder, kFourthOrder}) {
+        const Reported literal =
+            RunReporting(mi, integrator, 1, [](Simulator& s) { s.SetLiteralSweeps(true); });
+        for (int granularity : {-1, 1, 2}) {
+          const Reported folded =
+              RunReporting(mi, integrator, granularity, [](Simulator& s) { s.SetBatchLimit(3); });
+          const std::string what = std::to_string(coupled) + std::to_string(oscillating) +
+                                   " integrator " + std::to_string(integrator) +
+                                   " granularity " + std::to_string(granularity);
+          EXPECT_LT((folded.state - literal.state).cwiseAbs().maxCoeff(), 1e-10) << what;
+          int inside = 0;  // returns inside a main step
+          for (const auto& [t, v] : folded.values) {
+            auto same = std::find_if(literal.values.begin(), literal.values.end(),
+                                     [&](const auto& e) { return std::abs(e.first - t) < 1e-9; });
+            ASSERT_NE(same, literal.values.end()) << what << " t " << t;
+            for (std::size_t k = 0; k < v.size(); ++k)
+              ASSERT_NEAR(v[k], same->second[k], 1e-10) << what << " t " << t << " value " << k;
+            const double main = t / mi.timeStep;
+            inside += std::abs(main - std::round(main)) > 1e-9 ? 1 : 0;
+          }
+          if (granularity != -1) {
+            EXPECT_GT(inside, 0) << what;
+          }
+        }
+      }
+    }
+  }
+}
+
 TEST(SecondOrder, EachSubStepIsTheSymmetricProductOfExactFactors) {
   // The literal formula, built densely from the Hamiltonian's own terms: with
   // t = k tau + (l + 1/2) delta, U = F C F, F = exp(-i (delta/2) H_fields(t)) and
   // C = E(1,2) E(1,3) E(2,3) E(2,3) E(1,3) E(1,2), E = exp(-i (delta/2) H_pair). The pairs are
-  // listed out of order in the file: C takes them ordered by (i, j).
-  const int n = 3;
+  // listed out of order in the file: C takes them ordered by (i, j). Qubit 4, which no pair
+  // touches, has its own oscillating field.
+  const int n = 4;
   MiText mi;
   mi.qubits = n;
   mi.Field(1, Hz0, 1.1).Field(1, Hx1, 0.8).Field(1, Wx, 1.3).Field(1, Px, 0.4);
   mi.Field(2, Hy0, -0.5).Field(2, Hz1, 0.9).Field(2, Wz, 2.1).Field(2, Pz, -0.3);
   mi.Field(3, Hx0, 0.7).Field(3, Hy1, -0.6).Field(3, Wy, 0.9);
+  mi.Field(4, Hz0, -0.8).Field(4, Hx1, 1.4).Field(4, Wx, 2.6).Field(4, Px, 1.1);
   mi.Pair(2, 3, 1.2, -0.4, 0.6).Pair(1, 3, -0.9, 0.5, 1.4).Pair(1, 2, 0.3, 1.1, -0.8);
   mi.fieldSteps = 2;
   mi.intermediateSteps = 3;
