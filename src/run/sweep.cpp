@@ -8,6 +8,7 @@
 
 #include "mi/mi_format.h"
 #include "workspace/errors.h"
+#include "workspace/file_bytes.h"
 #include "workspace/numbers.h"
 #include "workspace/workspace.h"
 
@@ -147,7 +148,17 @@ std::string EditMIText(const std::string& text, const std::string& source,
     mi.IntermediateSteps = count("the number of intermediate steps");
     break;
   }
-  return FormatMI(mi, qubits, 0);
+  // A random initial state keeps its seed: the writer makes the seed Int(rnd * 278332379) + 1,
+  // so the middle of the seed's interval gives it back.
+  double rnd = 0;
+  const std::vector<std::string> lines = SplitLines(text);
+  for (std::size_t n = 0; n + 1 < lines.size(); ++n) {
+    const std::string u = Upper(Trim(lines[n]));
+    if (u.empty() || u[0] == '!' || InitialStateNamed(u) != RandomState) continue;
+    const double seed = MILeadingValue(lines[n + 1]);
+    if (seed >= 1 && seed <= 278332379) rnd = (std::floor(seed) - 0.5) / 278332379;
+  }
+  return FormatMI(mi, qubits, rnd);
 }
 
 } // namespace orvex
