@@ -1,7 +1,8 @@
 # Installs the build into a scratch prefix and runs the installed runner the way a user of an
 # installed copy does: no --home, a fresh user data directory, the engine found from bin/.
-# The demo set must be seeded into the user's directory and the Bell program's results must
-# match its "# expect:" line.
+# The demo content must be seeded into the user's directory (the program named there is
+# found only after seeding), nothing may be written under the prefix, and the Bell program's
+# results must match its "# expect:" line.
 #
 #   cmake -DBUILD_DIR=<build> -DSCRATCH=<dir> [-DVALIDATOR=desktop-file-validate] -P install_check.cmake
 
@@ -32,6 +33,9 @@ if(NOT engine)
   message(FATAL_ERROR "the engine library is not installed")
 endif()
 
+# The installed content is read, never written: the run works in the user's copy.
+file(GLOB_RECURSE installed_before RELATIVE ${prefix} ${prefix}/*)
+
 # The expected values: "# expect: x y z | x y z", one group per qubit.
 file(STRINGS ${prefix}/share/orvex/progs/bell.kvp expect_line REGEX "^# expect:")
 string(REGEX REPLACE "^# expect:[ ]*" "" expected "${expect_line}")
@@ -40,7 +44,7 @@ string(REGEX REPLACE "[ ]*\\|[ ]*" ";" expected "${expected}")
 execute_process(
   COMMAND ${CMAKE_COMMAND} -E env --unset=ORVEX_HOME --unset=ORVEX_ENGINE
           HOME=${user} XDG_DATA_HOME=${user}/data
-          ${prefix}/bin/orvex-cli run ${prefix}/share/orvex/progs/bell.kvp --set ideal2 --format csv
+          ${prefix}/bin/orvex-cli run ${user}/data/orvex/progs/bell.kvp --set ideal2 --format csv
   WORKING_DIRECTORY ${SCRATCH}
   RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 if(NOT rc EQUAL 0)
@@ -48,6 +52,12 @@ if(NOT rc EQUAL 0)
 endif()
 if(NOT EXISTS ${user}/data/orvex/MI/ideal2/qubits.dat OR NOT EXISTS ${user}/data/orvex/progs/bell.kvp)
   message(FATAL_ERROR "the user's directory ${user}/data/orvex was not seeded from share/orvex")
+endif()
+
+file(GLOB_RECURSE installed_after RELATIVE ${prefix} ${prefix}/*)
+if(NOT installed_after STREQUAL installed_before)
+  list(REMOVE_ITEM installed_after ${installed_before})
+  message(FATAL_ERROR "the run wrote into the installed tree: ${installed_after}")
 endif()
 
 # csv: a header, then "qubit,x,y,z" per qubit.
