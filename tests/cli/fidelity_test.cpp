@@ -74,8 +74,9 @@ TEST_F(CliFidelityTest, IdealGatesOfTheDemoSetsAreExact) {
   ASSERT_EQ(cz.status, 0) << cz.err;
   EXPECT_NEAR(cz.fidelity, 1, 1e-9) << cz.out;
   EXPECT_NEAR(cz.leakage, 0, 1e-9) << cz.out;
-  // A single-qubit gate up to virtual z rotations.
-  for (const auto& [mi, gate] : {std::pair{"X90_1.MI", "SX"}, std::pair{"Hadamard1", "H"}}) {
+  // A single-qubit gate up to virtual z rotations; H is SX between two z rotations by pi/2.
+  for (const auto& [mi, gate] : {std::pair{"X90_1.MI", "SX"}, std::pair{"Hadamard1", "H"},
+                                 std::pair{"Hadamard1", "SX"}}) {
     Outcome r = Fidelity(mi, "ideal3", std::string("--qubits 1 --z-phases --target ") + gate);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NEAR(r.fidelity, 1, 1e-9) << mi << "\n" << r.out;
