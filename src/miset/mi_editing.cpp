@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "mi/expression.h"
 #include "mi/mi_file.h"
 #include "miset/mi_list.h"
 #include "platform/dialogs.h"
@@ -29,8 +30,12 @@ std::optional<double> ParseNumberCell(const std::string& text) {
   } catch (const RuntimeError&) {
     return std::nullopt;  // beyond the range of a Double (1E400): refused like any non-number
   }
-  if (consumed != t.size() || !std::isfinite(v)) return std::nullopt;
-  return v;
+  if (consumed == t.size()) {
+    if (!std::isfinite(v)) return std::nullopt;
+    return v;
+  }
+  // Not one plain number: the cell may hold arithmetic ("pi/2", "1e-3*5"), stored as its value.
+  return EvaluateExpression(t);
 }
 
 std::optional<std::int32_t> ParseCountCell(const std::string& text) {

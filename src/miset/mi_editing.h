@@ -20,8 +20,9 @@ inline constexpr std::array<const char*, 12> kFieldColumnHeaders = {
     "Hx_0", "Hx_1", "f_x", "phi_x", "Hy_0", "Hy_1", "f_y", "phi_y", "Hz_0", "Hz_1", "f_z", "phi_z"};
 inline constexpr std::array<const char*, 3> kCouplingHeaders = {"Jx", "Jy", "Jz"};
 
-// A cell's text as a number by the Val rule; nullopt unless the whole text (blanks around it
-// aside) is one number. An empty cell is not a number.
+// A cell's text as a number: one number by the Val rule, or else an arithmetic expression
+// (EvaluateExpression: "pi/2", "2*pi*0.25") taken as its value; nullopt for anything else.
+// An empty cell is not a number.
 std::optional<double> ParseNumberCell(const std::string& text);
 // A whole number that fits 32 bits ("12", "1E3"); nullopt otherwise.
 std::optional<std::int32_t> ParseCountCell(const std::string& text);
