@@ -245,6 +245,49 @@ TEST_F(ProgramEditorTest, DeleteAndCtrlDRemoveRowsButNeverTheFirstAndCtrlSSaves)
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
+TEST_F(ProgramEditorTest, DropMoveRemoveAndClearUndoToTheExactRowsAndRedo) {
+  ScriptedDialogs dialogs;
+  DefaultPG& e = editor(slot);
+  const QStringList original{"Start", "A", "Breakpoint", "B", "loop"};
+  const int icons[] = {kIconStart, kIconMI, kIconBreakpoint, kIconMI, kIconProgramRow};
+  EXPECT_TRUE(dragAndDrop(e, EncodeMIRow({"MI9", "sub", kIconCallableProgram}), rowCentre(e, 1)));
+  EXPECT_TRUE(dragAndDrop(e, ownRow(slot, 1), rowCentre(e, 4)));
+  select(e, 3);
+  e.button(kButtonRemove)->trigger();
+  e.button(kButtonClear)->trigger();
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start"}));
+
+  // Ctrl+Z on the list: the clear, then the removal, the move and the drop go back.
+  main->activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(main.get()));
+  e.PG->setFocus();
+  key(e, Qt::Key_Z, Qt::ControlModifier);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "sub", "Breakpoint", "A", "loop"}));
+  e.undo();
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "sub", "Breakpoint", "B", "A", "loop"}));
+  e.undo();
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "A", "sub", "Breakpoint", "B", "loop"}));
+  EXPECT_TRUE(ws.Program(slot).Changed);
+  e.undo();
+  EXPECT_EQ(rowTexts(e), original);
+  for (int r = 0; r < 5; ++r) EXPECT_EQ(ws.Program(slot).Rows[r].Icon, icons[r]) << r;
+  EXPECT_FALSE(ws.Program(slot).Changed);  // back where the file is
+  EXPECT_EQ(dialogs.beeps, 0);
+  e.undo();  // nothing left
+  EXPECT_EQ(dialogs.beeps, 1);
+
+  key(e, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+  EXPECT_EQ(rowTexts(e), (QStringList{"Start", "A", "sub", "Breakpoint", "B", "loop"}));
+  EXPECT_EQ(ws.Program(slot).Rows[2].Icon, kIconProgramRow);
+  EXPECT_TRUE(ws.Program(slot).Changed);
+  // Saved there, an undo makes it changed again.
+  e.save();
+  EXPECT_FALSE(ws.Program(slot).Changed);
+  e.undo();
+  EXPECT_EQ(rowTexts(e), original);
+  EXPECT_TRUE(ws.Program(slot).Changed);
+}
+
 TEST_F(ProgramEditorTest, DoubleClickOnAnMIRowOpensItsEditor) {
   ScriptedDialogs dialogs;
   DefaultPG& e = editor(slot);

@@ -295,8 +295,8 @@ TEST_F(WorkbenchTest, EditedMIIsSavedWithEveryField) {
   EXPECT_EQ(ed->GridJ->rowCount(), 3);
   QStringList headers;
   for (int c = 0; c < ed->Grid1->columnCount(); ++c) headers << ed->Grid1->horizontalHeaderItem(c)->text();
-  EXPECT_EQ(headers, (QStringList{"Hx_0", "Hx_1", "f_x", "phi_x", "Hy_0", "Hy_1", "f_y", "phi_y", "Hz_0",
-                                  "Hz_1", "f_z", "phi_z"}));
+  EXPECT_EQ(headers, (QStringList{"Hx_0", "Hx_1", "\u03A9_x", "phi_x", "Hy_0", "Hy_1", "\u03A9_y", "phi_y", "Hz_0",
+                                  "Hz_1", "\u03A9_z", "phi_z"}));
   EXPECT_FALSE(ed->Combo1->isVisibleTo(ed));  // only the initialisation MI has an initial state
 
   ed->NameText->selectAll();

@@ -7,6 +7,8 @@
 
 #include <QWidget>
 
+#include <vector>
+
 #include "miset/mi_editing.h"
 #include "workspace/workspace.h"
 
@@ -16,6 +18,7 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 class QTableWidget;
+class QUndoStack;
 
 namespace orvex {
 
@@ -40,6 +43,20 @@ public:
   // The record is gone (deleted): close without storing anything.
   void abandon();
 
+  // Grid edits, each one undo step (nothing is pushed when no cell changes). They act on the
+  // grid that has the focus (Grid1 when neither has it), as the context menus do.
+  // Fill down: every selected cell takes the text of the first selected cell (top row first,
+  // then leftmost).
+  void fillDown(QTableWidget* grid);
+  // Pastes the clipboard's tab-separated block (rows by line) with its top-left cell at the
+  // current cell; what lies beyond the grid is left out (with a beep).
+  void paste(QTableWidget* grid);
+  // Copies the current qubit's twelve field cells to every qubit.
+  void sameForAllQubits();
+  // The chain: the pairs (q, q+1) take the current pair's Jx, Jy, Jz, every other pair 0.
+  void chainCouplings();
+  QUndoStack* undoStack() const { return undo_; }
+
   QLineEdit* NameText = nullptr;
   QLineEdit* DescriptionText = nullptr;
   QLineEdit* TimeStepText = nullptr;
@@ -48,6 +65,7 @@ public:
   QLineEdit* IntermediateStepsText = nullptr;
   QCheckBox* CheckNorm = nullptr;
   QLabel* InitialStateLabel = nullptr;
+  QLabel* DurationLabel = nullptr;  // m·τ, updated as the steps and the time step change
   QComboBox* Combo1 = nullptr;  // the initial state
   QTableWidget* Grid1 = nullptr;  // field parameters: row = qubit, column = FieldColumnMap order
   QTableWidget* GridJ = nullptr;  // couplings: row = pair i < j, columns Jx, Jy, Jz
@@ -69,6 +87,21 @@ private:
   bool collect(MIEdit& edit);
   void markChanged();
   void updateCaption();
+  void updateDuration();
+  // A cell was edited by hand: one undo step from the text it had.
+  void cellEdited(QTableWidget* grid, int row, int col);
+  struct CellChange {
+    QTableWidget* Grid;
+    int Row, Col;
+    QString Before, After;
+  };
+  friend class CellEditCommand;
+  // Sets the cells to their Before (undo) or After texts, as no new undo step.
+  void applyCells(const std::vector<CellChange>& changes, bool after);
+  // Pushes the changes as one step (named `what`) and applies them.
+  void pushCells(std::vector<CellChange> changes, const QString& what);
+  QString& shownText(QTableWidget* grid, int row, int col);
+  void updateChangedState();
   void finish();
 
   Workspace& ws_;
@@ -76,7 +109,12 @@ private:
   int editorSlot_;
   int qubits_;  // the number of qubits the grids show
   bool changed_ = false;
+  bool formChanged_ = false;  // a field outside the grids changed since the last save
   bool loading_ = false;
+  bool applying_ = false;  // an undo step sets cells
+  QUndoStack* undo_ = nullptr;
+  // The grids' texts as last seen, the "before" of the next hand edit.
+  std::vector<QString> shown1_, shownJ_;
   bool closing_ = false;  // a store-and-close in progress: the close event asks nothing
   bool released_ = false;
 };

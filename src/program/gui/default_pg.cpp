@@ -14,6 +14,8 @@
 #include <QMimeData>
 #include <QStyle>
 #include <QToolBar>
+#include <QUndoCommand>
+#include <QUndoStack>
 
 #include "app/icons.h"
 #include "mi/mi_file.h"
@@ -81,7 +83,30 @@ std::optional<std::pair<int, int>> DecodeProgramRow(const QMimeData* data) {
   return std::make_pair(slot, row);
 }
 
+bool SameRows(const std::vector<ProgramRow>& a, const std::vector<ProgramRow>& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](const ProgramRow& x, const ProgramRow& y) { return x.Text == y.Text && x.Icon == y.Icon; });
+}
+
 } // namespace
+
+// One undo step of the program editor: the rows before and after an edit.
+class ProgramRowsCommand : public QUndoCommand {
+public:
+  ProgramRowsCommand(DefaultPG& editor, std::vector<ProgramRow> before, std::vector<ProgramRow> after,
+                     const QString& what)
+      : QUndoCommand(what), editor_(editor), before_(std::move(before)), after_(std::move(after)) {}
+  void redo() override {
+    if (done_) done_ = false;  // the edit itself made the rows
+    else editor_.restoreRows(after_);
+  }
+  void undo() override { editor_.restoreRows(before_); }
+
+private:
+  DefaultPG& editor_;
+  std::vector<ProgramRow> before_, after_;
+  bool done_ = true;
+};
 
 // ---- ProgramListView ------------------------------------------------------------------------
 
@@ -223,8 +248,26 @@ DefaultPG::DefaultPG(Workspace& ws, RunUi& runUi, MISetUi& miSetUi, int slot, QW
     a->setToolTip(QString::fromLatin1(kEditorButtonTips[i]));
     buttons_[i] = a;
   }
+  undo_ = new QUndoStack(this);
+  undoFor_ = ws_.Program(slot_).Name;
+  if (ws_.Program(slot_).Changed) undo_->resetClean();  // unsaved already: no step is "saved"
+  auto* undoAction = new QAction(tr("Undo"), this);
+  undoAction->setObjectName(QStringLiteral("PGUndo"));
+  undoAction->setShortcut(QKeySequence::Undo);
+  auto* redoAction = new QAction(tr("Redo"), this);
+  redoAction->setObjectName(QStringLiteral("PGRedo"));
+  redoAction->setShortcuts({QKeySequence(QStringLiteral("Ctrl+Shift+Z")), QKeySequence(QStringLiteral("Ctrl+Y"))});
+  for (QAction* a : {undoAction, redoAction}) {
+    a->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    addAction(a);
+  }
+  connect(undoAction, &QAction::triggered, this, &DefaultPG::undo);
+  connect(redoAction, &QAction::triggered, this, &DefaultPG::redo);
+  // Back at the step last saved the program is unchanged again.
+  connect(undo_, &QUndoStack::indexChanged, this, [this] { ws_.Program(slot_).Changed = !undo_->isClean(); });
+
   connect(buttons_[kButtonClear], &QAction::triggered, this, [this] {
-    run([this] { ClearProgram(ws_, slot_); });
+    recorded(tr("Clear program"), [this] { ClearProgram(ws_, slot_); });
     render();
   });
   connect(buttons_[kButtonSave], &QAction::triggered, this, [this] { save(); });
@@ -235,7 +278,7 @@ DefaultPG::DefaultPG(Workspace& ws, RunUi& runUi, MISetUi& miSetUi, int slot, QW
   connect(buttons_[kButtonBack], &QAction::triggered, this,
           [this] { run([this] { StepBack(ws_, runUi_, slot_); }); });
   connect(buttons_[kButtonRemove], &QAction::triggered, this, [this] {
-    run([this] { RemoveMIButton(ws_, runUi_, slot_, selectedRow()); });
+    recorded(tr("Remove row"), [this] { RemoveMIButton(ws_, runUi_, slot_, selectedRow()); });
     render();
   });
   Toolbar1->addSeparator();
@@ -296,6 +339,14 @@ int DefaultPG::selectedRow() const {
 
 void DefaultPG::render() {
   const ProgramSlot& p = ws_.Program(slot_);
+  // Another program in the slot: the steps were the old one's. A saved program is the clean
+  // state the steps are counted from.
+  if (p.Name != undoFor_) {
+    undo_->clear();
+    undoFor_ = p.Name;
+    if (p.Changed) undo_->resetClean();
+  }
+  if (!p.Changed) undo_->setClean();
   setWindowTitle(platform::FromBytes(p.Caption));
   PG->headerItem()->setText(0, platform::FromBytes(p.Status));
 
@@ -438,7 +489,7 @@ bool DefaultPG::key(int keyCode, bool ctrl) {
   if (code == 0 && !running()) return false;
   const int row = selectedRow();
   bool handled = false;
-  run([&] { handled = EditorKey(ws_, runUi_, slot_, code, ctrl, row); });
+  recorded(tr("Remove row"), [&] { handled = EditorKey(ws_, runUi_, slot_, code, ctrl, row); });
   if (handled && !running()) {
     render();
     const int rows = PG->topLevelItemCount();
@@ -462,7 +513,7 @@ void DefaultPG::runButton() {
 
 bool DefaultPG::dropMIRow(int targetRow, const MIListRow& row) {
   bool inserted = false;
-  run([&] { inserted = DropMIListEntry(ws_, slot_, targetRow, row); });
+  recorded(tr("Drop MI"), [&] { inserted = DropMIListEntry(ws_, slot_, targetRow, row); });
   if (!inserted) return false;
   render();
   const int rows = PG->topLevelItemCount();
@@ -474,13 +525,43 @@ bool DefaultPG::dropMIRow(int targetRow, const MIListRow& row) {
 bool DefaultPG::moveRow(int row, int targetRow) {
   bool moved = false;
   const int rows = static_cast<int>(ws_.Program(slot_).Rows.size());
-  run([&] { moved = MoveRow(ws_, slot_, row, targetRow); });
+  recorded(tr("Move row"), [&] { moved = MoveRow(ws_, slot_, row, targetRow); });
   if (!moved) return false;
   render();
   // Where the row landed: directly below the target (at the end when there was none).
   int at = (targetRow < 0 || targetRow >= rows) ? rows - 1 : (targetRow < row ? targetRow + 1 : targetRow);
   PG->setCurrentItem(PG->topLevelItem(at));
   return true;
+}
+
+void DefaultPG::recorded(const QString& what, const std::function<void()>& edit) {
+  const std::vector<ProgramRow> before = ws_.Program(slot_).Rows;
+  run(edit);
+  const std::vector<ProgramRow>& after = ws_.Program(slot_).Rows;
+  if (!SameRows(before, after)) undo_->push(new ProgramRowsCommand(*this, before, after, what));
+}
+
+void DefaultPG::restoreRows(const std::vector<ProgramRow>& rows) {
+  ws_.Program(slot_).Rows = rows;
+  render();
+}
+
+void DefaultPG::undo() {
+  if (running() || !undo_->canUndo()) {
+    platform::Beep();
+    return;
+  }
+  undo_->undo();
+  render();
+}
+
+void DefaultPG::redo() {
+  if (running() || !undo_->canRedo()) {
+    platform::Beep();
+    return;
+  }
+  undo_->redo();
+  render();
 }
 
 void DefaultPG::openRowInMIEditor(int row) {

@@ -18,6 +18,7 @@
 class QAction;
 class QLabel;
 class QToolBar;
+class QUndoStack;
 
 namespace orvex {
 
@@ -82,6 +83,12 @@ public:
   bool dropMIRow(int targetRow, const MIListRow& row);
   bool moveRow(int row, int targetRow);
   void openRowInMIEditor(int row);
+  // Undo and redo (Ctrl+Z, Ctrl+Shift+Z) of the row edits made here: a drop, a move, a
+  // removal, a clear. They give the rows back exactly; the program counts as changed unless
+  // it is back where it was last saved. Refused with a beep while a program runs.
+  void undo();
+  void redo();
+  QUndoStack* undoStack() const { return undo_; }
 
   // Called when a qubit box is clicked (shows the "Color table").
   std::function<void()> qubitClicked;
@@ -108,6 +115,10 @@ protected:
 
 private:
   friend class ProgramListView;
+  friend class ProgramRowsCommand;
+  // Runs an edit of the rows; when they changed, it becomes one undo step named `what`.
+  void recorded(const QString& what, const std::function<void()>& edit);
+  void restoreRows(const std::vector<ProgramRow>& rows);
   void layoutChildren();
   void updateColumnWidth();
   // Runs an operation; a run-time error is shown in a critical box, never passed on.
@@ -121,6 +132,8 @@ private:
   std::array<QAction*, 8> buttons_{};
   int shownQubits_ = 0;
   bool inRun_ = false;  // this program ran or was halted at the last render
+  QUndoStack* undo_ = nullptr;
+  std::string undoFor_;  // the program (Name) the undo steps belong to
 };
 
 } // namespace orvex
