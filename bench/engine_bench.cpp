@@ -260,12 +260,13 @@ struct MiSpec {
 // One main step of a pulse on `qubits` qubits with 1 and with 100 intermediate steps, timed
 // alternately in the same loop (a busy machine slows both alike). Kind 0: an oscillating
 // field on qubit 1 only, no couplings (the other qubits idle); kind 1: the chain above
-// (fields on every qubit, nearest-neighbour couplings) as the control. Each timed call is the
+// (fields on every qubit, nearest-neighbour couplings) as the control; kind k > 1: the chain
+// cut into isolated groups of k qubits. Each timed call is the
 // pulse MI of a program whose first MI set a random state: the evolution and the report of
 // the values. "x 1-step" is the 100-step pulse's time in 1-step pulses.
 void BM_PulseSteps(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
-  const bool chain = state.range(1) == 1;
+  const int kind = static_cast<int>(state.range(1));
   BenchDir dir;
   if (!dir.Ok()) {
     state.SkipWithError("cannot create a directory");
@@ -282,10 +283,12 @@ void BM_PulseSteps(benchmark::State& state) {
     pulse.intermediateSteps = steps;
     pulse.timeStep = 0.8;
     pulse.fields.resize(n);
-    if (chain) {
+    if (kind > 0) {
       for (int q = 0; q < n; ++q)
         pulse.fields[q] = {0.3 + 0.01 * q, 0, 0, -0.2, 0, 0, 0.7 - 0.02 * q, 0, 0, 0, 0, 0};
-      for (int q = 1; q < n; ++q) pulse.pairs.emplace_back(q, q + 1);
+      // The chain, or chains of `kind` qubits that nothing couples to each other.
+      for (int q = 1; q < n; ++q)
+        if (kind == 1 || q % kind != 0) pulse.pairs.emplace_back(q, q + 1);
     } else {
       pulse.fields[0] = {0, 0.9, 1.7, 0, 0, 0, 0.6, 0, 0, 0.2, 0, 0};
     }
@@ -336,8 +339,8 @@ BENCHMARK(BM_LiteralStep)->DenseRange(12, 22, 2)->Unit(benchmark::kMillisecond)-
 BENCHMARK(BM_Measure)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_MeasureVsCopy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
 BENCHMARK(BM_PulseSteps)
-    ->ArgsProduct({{20}, {0, 1}})
-    ->ArgNames({"qubits", "chain"})
+    ->ArgsProduct({{20}, {0, 1, 2, 4, 5}})
+    ->ArgNames({"qubits", "kind"})
     ->Unit(benchmark::kMillisecond)
     ->UseManualTime();
 

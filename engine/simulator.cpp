@@ -118,6 +118,70 @@ private:
 const double kW1 = 1.0 / (2.0 - std::cbrt(2.0));
 const double kW0 = 1.0 - 2.0 * kW1;
 
+// Calls field(q, mid, h, first) and pair(index, h) for the factors of `count` sub-steps of
+// `mi` from sub-step l of main step k, in the product's order: per stage S(t0, h) =
+// F(mid, h/2) C(h) F(mid, h/2) with mid = t0 + h/2, the second order one stage per sub-step,
+// the fourth order three (Yoshida's triple jump).
+template <class Field, class Pair>
+void ForEachFactor(const MiFile& mi, int integrator, std::int64_t k, std::int64_t l,
+                   std::int64_t count, Field&& field, Pair&& pair) {
+  const std::int64_t n = std::max<std::int64_t>(1, mi.intermediateSteps);
+  const double tau = mi.timeStep, delta = tau / static_cast<double>(n);
+  auto stage = [&](double mid, double h) {
+    for (int q = 1; q <= mi.maxQubit; ++q)
+      if (mi.HasField(q)) field(q, mid, h, true);
+    const std::size_t p = mi.couplings.size();
+    for (std::size_t i = 0; i < p; ++i) pair(i, h);
+    for (std::size_t i = p; i-- > 0;) pair(i, h);
+    for (int q = 1; q <= mi.maxQubit; ++q)
+      if (mi.HasField(q)) field(q, mid, h, false);
+  };
+  for (std::int64_t s = 0; s < count; ++s) {
+    const double t0 = static_cast<double>(k) * tau + static_cast<double>(l + s) * delta;
+    if (integrator == kFourthOrder) {
+      const double h1 = kW1 * delta, h0 = kW0 * delta;
+      stage(t0 + h1 / 2, h1);
+      stage(t0 + h1 + h0 / 2, h0);
+      stage(t0 + delta - h1 / 2, h1);
+    } else {
+      stage(static_cast<double>(k) * tau + (static_cast<double>(l + s) + 0.5) * delta, delta);
+    }
+  }
+}
+
+// Largest group of coupled qubits that is evolved in its own space: its 2^k x 2^k matrix
+// costs 2^k multiply-adds per amplitude when applied.
+constexpr int kMaxFoldedGroup = 4;
+
+using DenseMatrix = std::vector<Amp>;  // column-major, dim x dim
+
+DenseMatrix Identity(std::size_t dim) {
+  DenseMatrix m(dim * dim);
+  for (std::size_t i = 0; i < dim; ++i) m[i * dim + i] = 1;
+  return m;
+}
+
+DenseMatrix Product(const DenseMatrix& a, const DenseMatrix& b, std::size_t dim) {
+  DenseMatrix r(dim * dim);
+  for (std::size_t col = 0; col < dim; ++col)
+    for (std::size_t k = 0; k < dim; ++k) {
+      const Amp f = b[col * dim + k];
+      if (f == Amp()) continue;
+      for (std::size_t row = 0; row < dim; ++row) r[col * dim + row] += a[k * dim + row] * f;
+    }
+  return r;
+}
+
+// u <- op u, op on the matrix's local bits.
+void ApplyToColumns(DenseMatrix& u, std::size_t dim, const Op& op) {
+  std::vector<Amp> column(dim);
+  for (std::size_t col = 0; col < dim; ++col) {
+    std::copy(u.begin() + col * dim, u.begin() + (col + 1) * dim, column.begin());
+    ApplyDense(column, op);
+    std::copy(column.begin(), column.end(), u.begin() + col * dim);
+  }
+}
+
 } // namespace
 
 struct Simulator::Context {
@@ -141,6 +205,16 @@ struct Simulator::Context {
   // measurement inside the interval.
   std::uint32_t idleQubits = 0;
   FactorList idle{true};
+  // Small groups of qubits coupled only among themselves, evolved the same way in their own
+  // 2^k space: `pending` holds the product of their factors since the last application.
+  struct Group {
+    std::vector<int> bits;                     // state bits, ascending; local bit j = bits[j]
+    std::vector<std::size_t> couplings;        // indices into the MI's couplings
+    DenseMatrix pending, step;                 // step: one sub-step's matrix (static fields)
+    bool dirty = false;
+  };
+  std::vector<Group> groups;
+  std::array<int, kMaxQubits> groupOf{};       // group index of qubit q - 1, or -1
   std::int64_t k = 0, l = 0;   // next sub-step of it
   std::int64_t batch = 1;      // sub-steps per batch of this MI
   double miStart = 0;          // program time when it started
@@ -181,9 +255,19 @@ struct Simulator::Context {
   // Applies the idle qubits' pending rotations, so that the state is the literal product's
   // at the last completed sub-step.
   void FlushIdle() {
-    if (idle.Empty()) return;
-    ApplyOps(ParallelFor(), psi, idle.Ops());
-    idle = FactorList(true);
+    if (!idle.Empty()) {
+      ApplyOps(ParallelFor(), psi, idle.Ops());
+      idle = FactorList(true);
+    }
+    FlushGroups();
+  }
+  void FlushGroups() {
+    for (Group& g : groups) {
+      if (!g.dirty) continue;
+      ApplyGroup(ParallelFor(), psi, g.bits, g.pending);
+      g.pending = Identity(std::size_t{1} << g.bits.size());
+      g.dirty = false;
+    }
   }
 
   void MeasureNow() {
@@ -497,15 +581,53 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
     }
     c.idle = FactorList(true);
     const double stages = c.integrator == kFourthOrder ? 3.0 : 1.0;
-    const double perSub =
-        stages * (fields + 2.0 * static_cast<double>(mi->couplings.size())) + 1.0;
     const double n = static_cast<double>(std::max<std::int64_t>(1, mi->intermediateSteps));
+    // Connected components of the non-zero couplings; one of at most kMaxFoldedGroup qubits
+    // is folded when its matrix costs less than its factors over a main step would.
+    c.groups.clear();
+    c.groupOf.fill(-1);
+    double foldWork = idleFields;  // 2x2 products per sub-step and stage
+    int pairs = static_cast<int>(mi->couplings.size());
+    if (!literal_) {
+      std::array<int, kMaxQubits> root;
+      for (int q = 0; q < kMaxQubits; ++q) root[q] = q;
+      auto find = [&](int q) {
+        while (root[q] != q) q = root[q] = root[root[q]];
+        return q;
+      };
+      for (const Coupling& p : mi->couplings)
+        if (p.jx != 0 || p.jy != 0 || p.jz != 0) root[find(p.i - 1)] = find(p.j - 1);
+      std::map<int, Context::Group> byRoot;
+      for (int b = 0; b < kMaxQubits; ++b)
+        if (touched >> b & 1) byRoot[find(b)].bits.push_back(b);
+      for (std::size_t i = 0; i < mi->couplings.size(); ++i) {
+        const Coupling& p = mi->couplings[i];
+        if (p.jx != 0 || p.jy != 0 || p.jz != 0) byRoot[find(p.i - 1)].couplings.push_back(i);
+      }
+      for (auto& [r, g] : byRoot) {
+        const int k = static_cast<int>(g.bits.size());
+        if (k > kMaxFoldedGroup) continue;
+        int groupFields = 0;
+        for (int b : g.bits) groupFields += mi->HasField(b + 1) ? 1 : 0;
+        const double factors =
+            stages * (2.0 * groupFields + 2.0 * static_cast<double>(g.couplings.size()));
+        const double dim = std::ldexp(1.0, k);
+        if (dim > n * factors / 2) continue;
+        for (int b : g.bits) c.groupOf[b] = static_cast<int>(c.groups.size());
+        fields -= groupFields;
+        pairs -= static_cast<int>(g.couplings.size());
+        foldWork += factors * dim * dim / 32;
+        g.pending = Identity(static_cast<std::size_t>(dim));
+        c.groups.push_back(std::move(g));
+      }
+    }
+    const double perSub = stages * (fields + 2.0 * pairs) + 1.0;
     const double byWork = kBatchWork / (perSub * static_cast<double>(c.psi.Size()));
     const double byFold =
-        mi->StaticFields() || idleFields == 0 ? n : kFoldFactors / (stages * idleFields);
+        mi->StaticFields() || foldWork == 0 ? n : kFoldFactors / (stages * foldWork);
     c.batch = static_cast<std::int64_t>(
         std::clamp(std::min({byWork, kBatchOps / perSub, byFold}), 1.0, n));
-    if (fields == 0 && mi->couplings.empty())
+    if (fields == 0 && pairs == 0)
       c.batch = static_cast<std::int64_t>(std::clamp(byFold, 1.0, n));
     if (batchLimit_ > 0) c.batch = std::min(c.batch, batchLimit_);
     if (mi->initial != InitialState::None) {
@@ -526,50 +648,88 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
   // Prepares the factors of `count` sub-steps from the current one (never past the end of
   // the main step) as an open batch.
   // `endsInterval`: the batch ends a reported interval (the main step, or the sub-step that
-  // a step of all-steps granularity reports), so it takes the idle qubits' rotations too.
+  // a step of all-steps granularity reports), so the folded qubits' evolution is applied
+  // with it.
   auto openBatch = [&](std::int64_t count, bool endsInterval) {
     const MiFile& mi = *c.mi;
-    const std::int64_t n = std::max<std::int64_t>(1, mi.intermediateSteps);
-    const double tau = mi.timeStep, delta = tau / static_cast<double>(n);
     FactorList list(!literal_);
-    // S(t0, h) = F(mid, h/2) C(h) F(mid, h/2), mid = t0 + h/2.
+    const bool fixed = mi.StaticFields();
+    // A group's factors on its local bits, for the group's own matrix.
+    std::vector<FactorList> groupLists(c.groups.size(), FactorList(true));
+    auto local = [&](const Coupling& p, int g) {
+      Coupling l = p;
+      const auto& bits = c.groups[g].bits;
+      l.i = static_cast<int>(std::find(bits.begin(), bits.end(), p.i - 1) - bits.begin()) + 1;
+      l.j = static_cast<int>(std::find(bits.begin(), bits.end(), p.j - 1) - bits.begin()) + 1;
+      return l;
+    };
     // An idle qubit's two halves of a stage meet (nothing acts on it in between): one
-    // rotation by the whole angle, taken with the first half.
-    auto fields = [&](double mid, double h, bool first) {
-      for (int q = 1; q <= mi.maxQubit; ++q) {
-        if (!mi.HasField(q)) continue;
-        const bool idle = c.idleQubits >> (q - 1) & 1;
-        if (idle && !first) continue;
-        double hx, hy, hz;
-        mi.FieldAt(q, mid, hx, hy, hz);
+    // rotation by the whole angle, taken with the first half. A folded group with static
+    // fields takes its sub-step's matrix instead of its factors.
+    auto field = [&](int q, double mid, double h, bool first) {
+      const bool idle = c.idleQubits >> (q - 1) & 1;
+      const int g = c.groupOf[q - 1];
+      if ((idle && !first) || (g >= 0 && fixed)) return;
+      double hx, hy, hz;
+      mi.FieldAt(q, mid, hx, hy, hz);
+      if (g >= 0) {
+        const auto& bits = c.groups[g].bits;
+        const int b = static_cast<int>(std::find(bits.begin(), bits.end(), q - 1) - bits.begin());
+        groupLists[g].Field(b, hx, hy, hz, h / 2);
+      } else {
         (idle ? c.idle : list).Field(q - 1, hx, hy, hz, idle ? h : h / 2);
       }
     };
-    auto stage = [&](double mid, double h) {
-      fields(mid, h, true);
-      const std::size_t p = mi.couplings.size();
-      for (std::size_t i = 0; i < p; ++i) list.Pair(mi.couplings[i], h / 2);
-      for (std::size_t i = p; i-- > 0;) list.Pair(mi.couplings[i], h / 2);
-      fields(mid, h, false);
+    auto pair = [&](std::size_t i, double h) {
+      const Coupling& p = mi.couplings[i];
+      const int g = c.groupOf[p.i - 1];
+      if (g < 0)
+        list.Pair(p, h / 2);
+      else if (!fixed)
+        groupLists[g].Pair(local(p, g), h / 2);
     };
-    for (std::int64_t s = 0; s < count; ++s) {
-      const double t0 = static_cast<double>(c.k) * tau + static_cast<double>(c.l + s) * delta;
-      if (c.integrator == kFourthOrder) {
-        const double h1 = kW1 * delta, h0 = kW0 * delta;
-        stage(t0 + h1 / 2, h1);
-        stage(t0 + h1 + h0 / 2, h0);
-        stage(t0 + delta - h1 / 2, h1);
+    ForEachFactor(mi, c.integrator, c.k, c.l, count, field, pair);
+    // The groups' matrices: a static sub-step's to the power `count`, else the product.
+    for (std::size_t g = 0; g < c.groups.size(); ++g) {
+      Context::Group& group = c.groups[g];
+      const std::size_t dim = std::size_t{1} << group.bits.size();
+      if (fixed) {
+        if (group.step.empty()) {
+          FactorList one(true);
+          auto oneField = [&](int q, double mid, double h, bool) {
+            if (c.groupOf[q - 1] != static_cast<int>(g)) return;
+            double hx, hy, hz;
+            mi.FieldAt(q, mid, hx, hy, hz);
+            const auto& bits = group.bits;
+            one.Field(static_cast<int>(std::find(bits.begin(), bits.end(), q - 1) - bits.begin()),
+                      hx, hy, hz, h / 2);
+          };
+          auto onePair = [&](std::size_t i, double h) {
+            if (c.groupOf[mi.couplings[i].i - 1] == static_cast<int>(g))
+              one.Pair(local(mi.couplings[i], static_cast<int>(g)), h / 2);
+          };
+          ForEachFactor(mi, c.integrator, 0, 0, 1, oneField, onePair);
+          group.step = Identity(dim);
+          for (const Op& op : one.Ops()) ApplyToColumns(group.step, dim, op);
+        }
+        DenseMatrix power = Identity(dim), base = group.step;
+        for (std::int64_t e = count; e > 0; e >>= 1) {
+          if (e & 1) power = Product(base, power, dim);
+          if (e > 1) base = Product(base, base, dim);
+        }
+        group.pending = Product(power, group.pending, dim);
       } else {
-        stage(static_cast<double>(c.k) * tau + (static_cast<double>(c.l + s) + 0.5) * delta,
-              delta);
+        for (const Op& op : groupLists[g].Ops()) ApplyToColumns(group.pending, dim, op);
       }
+      group.dirty = true;
     }
-    // The state now lags behind the sub-steps done by the idle qubits' pending rotations.
-    if (!c.idle.Empty()) c.qValid = false;
+    // The state now lags behind the sub-steps done by the folded qubits' pending evolution.
+    if (!c.idle.Empty() || !c.groups.empty()) c.qValid = false;
     if (endsInterval && !c.idle.Empty()) {
       list.Ops().insert(list.Ops().end(), c.idle.Ops().begin(), c.idle.Ops().end());
       c.idle = FactorList(true);
     }
+    if (endsInterval) c.FlushGroups();
     if (literal_) {
       // The reference: one full sweep per factor, all at once.
       c.plan = OpsPlan();

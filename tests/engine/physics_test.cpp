@@ -330,9 +330,10 @@ Reported RunReporting(const MiText& mi, int integrator, int granularity,
   return r;
 }
 
-TEST(SecondOrder, IdleQubitsFoldedOverAReportedIntervalReproduceTheLiteralFormula) {
-  // Qubits 1-3 and 9, 15 coupled; the others, fields and no coupling, evolve on their own
-  // and are folded into one rotation per reported interval. Each folded run, cut into
+TEST(SecondOrder, IdleQubitsAndSmallGroupsFoldedOverAReportedIntervalReproduceTheLiteralFormula) {
+  // Qubits 1-3 and 9, 15 coupled, two small groups each evolved in its own space over a
+  // reported interval; the others, fields and no coupling, evolve on their own and are
+  // folded into one rotation per reported interval. Each folded run, cut into
   // batches of at most 3 sub-steps so that a run-mode return falls inside a main step, must
   // report at every return the values the literal formula gives at that time.
   const int n = 15;
