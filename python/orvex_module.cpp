@@ -868,6 +868,10 @@ PYBIND11_MODULE(orvex, m) {
     setenv("ORVEX_ENGINE", engine.c_str(), 1);
   }
 
+  // The demo sets and programs this copy brings (a build tree's bin/, an installed
+  // share/orvex/), "" when there are none.
+  m.attr("bundle_directory") = platform::BundleDirectory(ProgramDirectory());
+
   py::class_<MI>(m, "MI", "One micro instruction of an MI set; edits are saved with save()")
       .def_property_readonly("name", &MI::Name)
       .def_property("fields", &MI::Fields, &MI::SetFields,
