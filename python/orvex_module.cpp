@@ -436,8 +436,9 @@ struct RunResult {
 // slot 1 and run through the run controller, every breakpoint continued, to its end.
 RunResult RunToEndOfProgram(const py::object& program, const py::object& set,
                             const std::optional<std::string>& home, int order, bool trace) {
-  const std::string path = ProgramPathOf(program);
+  // The home first: the workbench's own application directory is seeded on its first use.
   const Place place = PlaceOf(set, home);
+  const std::string path = ProgramPathOf(program);
   const std::int32_t integrator = IntegratorOf(order);
   if (trace) {
     const EngineExtras extras = Guarded([] { return EngineLibrary::Extras(); });
@@ -521,8 +522,9 @@ py::tuple Trace(const py::object& program, const py::object& set,
 py::dict Check(const py::object& program, const py::object& set,
                std::optional<std::string> home, int order) {
   IntegratorOf(order);
-  const std::string path = ProgramPathOf(program);
+  // The home first: the workbench's own application directory is seeded on its first use.
   const Place place = PlaceOf(set, home);
+  const std::string path = ProgramPathOf(program);
   Workspace ws;
   ws.AppDir = place.home;
   ws.MISetPath = place.setDir;
