@@ -342,9 +342,11 @@ void DefaultPG::render() {
   // Another program in the slot: the steps were the old one's. A saved program is the clean
   // state the steps are counted from.
   if (p.Name != undoFor_) {
-    undo_->clear();
+    const bool changed = p.Changed;
+    undo_->clear();  // its index signal would count the program as saved
+    ws_.Program(slot_).Changed = changed;
     undoFor_ = p.Name;
-    if (p.Changed) undo_->resetClean();
+    if (changed) undo_->resetClean();
   }
   if (!p.Changed) undo_->setClean();
   setWindowTitle(platform::FromBytes(p.Caption));
