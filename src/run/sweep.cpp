@@ -1,4 +1,4 @@
-// Parameter sweeps: specifications, grids and MI edits.
+// Parameter sweeps: the --vary ranges, the grid of points they span, and the edits of an MI for one point.
 #include "run/sweep.h"
 
 #include <algorithm>
