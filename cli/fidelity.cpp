@@ -67,23 +67,6 @@ bool ParseQubits(const std::string& text, std::vector<int>& qubits, std::string&
   return true;
 }
 
-// The MI that takes |0...0> to i^(flips) |j> on the chosen qubits.
-std::string PrepareMI(const std::vector<int>& qubits, int j) {
-  const int k = static_cast<int>(qubits.size());
-  MicroInstruction mi;
-  mi.Name = kPrepareName;
-  int top = 1;
-  for (int t = 0; t < k; ++t) {
-    top = std::max(top, qubits[static_cast<std::size_t>(t)]);
-    if ((j >> (k - 1 - t)) & 1) mi.Field(qubits[static_cast<std::size_t>(t)], Hx0) = 1;
-  }
-  mi.FieldSteps = 1;
-  mi.IntermediateSteps = 1;
-  mi.TimeStep = std::numbers::pi;
-  mi.Description = "basis state of the fidelity command";
-  return FormatMI(mi, top, 0);
-}
-
 std::string Amplitude(Complex a) {
   char buffer[96];
   std::snprintf(buffer, sizeof buffer, "%.6f%c%.6fi", a.real(), a.imag() < 0 ? '-' : '+',
@@ -153,7 +136,7 @@ int Fidelity(const Args& args) {
     WriteWholeFile(scratch.Dir() + kProgramName,
                    std::string("@") + kPrepareName + "\r\n" + *program);
     for (int j = 0; j < d; ++j) {
-      WriteWholeFile(scratch.Dir() + kPrepareName, PrepareMI(qubits, j));
+      WriteWholeFile(scratch.Dir() + kPrepareName, PrepareMI(qubits, j, kPrepareName));
       engine::Simulator sim;
       std::vector<std::array<double, 3>> q;
       if (!RunToEnd(sim, scratch.Dir(), kProgramName, order, q, error)) return Fail(error);

@@ -3,10 +3,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <numbers>
 #include <system_error>
 
+#include "mi/mi_format.h"
 #include "platform/appdir.h"
 #include "program/program_file.h"
 #include "workspace/errors.h"
@@ -17,8 +20,6 @@
 namespace fs = std::filesystem;
 
 namespace orvex::cli {
-
-namespace {
 
 std::string WithSlash(std::string dir) {
   if (!dir.empty() && dir.back() != '/') dir += '/';
@@ -31,7 +32,31 @@ std::string AbsoluteCanonical(const std::string& path) {
   return ec ? path : p.string();
 }
 
-} // namespace
+std::optional<std::string> MIFileOf(const std::string& setDir, const std::string& name) {
+  if (name.find_first_of("/\\") != std::string::npos) return std::nullopt;
+  for (const std::string& n : {name, name + ".MI"}) {
+    if (n.size() < 3 || Upper(n.substr(n.size() - 3)) != ".MI") continue;
+    if (const auto found = FindPath(setDir, n); found && FileExists(*found))
+      return fs::path(*found).filename().string();
+  }
+  return std::nullopt;
+}
+
+std::string PrepareMI(const std::vector<int>& qubits, int j, const std::string& name) {
+  const int k = static_cast<int>(qubits.size());
+  MicroInstruction mi;
+  mi.Name = name;
+  int top = 1;
+  for (int t = 0; t < k; ++t) {
+    top = std::max(top, qubits[static_cast<std::size_t>(t)]);
+    if ((j >> (k - 1 - t)) & 1) mi.Field(qubits[static_cast<std::size_t>(t)], Hx0) = 1;
+  }
+  mi.FieldSteps = 1;
+  mi.IntermediateSteps = 1;
+  mi.TimeStep = std::numbers::pi;
+  mi.Description = "basis state of the fidelity command";
+  return FormatMI(mi, top, 0);
+}
 
 std::optional<std::string> HomeDirectory(const std::string& option, std::string& error) {
   std::string home = option;
@@ -61,13 +86,7 @@ std::optional<std::string> SetDirectory(const std::string& home, const std::stri
 
 std::optional<std::string> ProgramTextFor(const std::string& what, const std::string& setDir,
                                           std::string& error) {
-  if (what.find_first_of("/\\") == std::string::npos) {
-    for (const std::string& name : {what, what + ".MI"}) {
-      if (name.size() < 3 || Upper(name.substr(name.size() - 3)) != ".MI") continue;
-      if (const auto found = FindPath(setDir, name); found && FileExists(*found))
-        return "@" + fs::path(*found).filename().string() + "\r\n";
-    }
-  }
+  if (const auto mi = MIFileOf(setDir, what)) return "@" + *mi + "\r\n";
   const auto found = ResolvePath(AbsoluteCanonical(what));
   if (!found || !FileExists(*found)) {
     error = what + " is neither an MI of the set nor a program file";

@@ -12,6 +12,19 @@
 
 namespace orvex::cli {
 
+// `dir` ending in "/".
+std::string WithSlash(std::string dir);
+// `path` made absolute and canonical as far as it exists; `path` itself when that fails.
+std::string AbsoluteCanonical(const std::string& path);
+
+// The file name of an MI of the set: `name` itself or with ".MI", found without regard to case.
+std::optional<std::string> MIFileOf(const std::string& setDir, const std::string& name);
+
+// The MI, named `name`, that takes |0...0> to i^(flips) |j> on the chosen qubits (qubit listed
+// first is the most significant bit of j): a field along x on each qubit to flip, for a time
+// of pi, which is exactly i sigma_x.
+std::string PrepareMI(const std::vector<int>& qubits, int j, const std::string& name);
+
 // The home directory (--home, else $ORVEX_HOME, else the executable's directory) and the set
 // directory under it, both absolute and ending in "/"; nullopt with `error` set.
 std::optional<std::string> HomeDirectory(const std::string& option, std::string& error);

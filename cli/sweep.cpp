@@ -42,17 +42,6 @@ std::string G15(double v) {
   return buffer;
 }
 
-// The file name of an MI of the set: `name` itself or with ".MI", found without regard to case.
-std::optional<std::string> MIFileOf(const std::string& setDir, const std::string& name) {
-  if (name.find_first_of("/\\") != std::string::npos) return std::nullopt;
-  for (const std::string& n : {name, name + ".MI"}) {
-    if (n.size() < 3 || Upper(n.substr(n.size() - 3)) != ".MI") continue;
-    if (const auto found = FindPath(setDir, n); found && FileExists(*found))
-      return fs::path(*found).filename().string();
-  }
-  return std::nullopt;
-}
-
 struct Job {
   std::string home, setDir, program;
   std::vector<SweepAxis> axes;

@@ -44,6 +44,10 @@
 namespace py = pybind11;
 namespace fs = std::filesystem;
 using namespace orvex;
+using orvex::cli::AbsoluteCanonical;
+using orvex::cli::MIFileOf;
+using orvex::cli::PrepareMI;
+using orvex::cli::WithSlash;
 
 namespace {
 
@@ -55,17 +59,6 @@ public:
 
 // Ctrl+C seen while the GIL was released; raised as KeyboardInterrupt once it is held again.
 struct Interrupted {};
-
-std::string WithSlash(std::string dir) {
-  if (!dir.empty() && dir.back() != '/') dir += '/';
-  return dir;
-}
-
-std::string AbsoluteCanonical(const std::string& path) {
-  std::error_code ec;
-  const fs::path p = fs::weakly_canonical(fs::absolute(path, ec), ec);
-  return ec ? path : p.string();
-}
 
 // The message's lines joined by "\n" (the workbench keeps CR between them).
 std::string Lines(std::string text) {
@@ -560,24 +553,6 @@ py::dict Check(const py::object& program, const py::object& set,
 
 // ---- gate fidelity ----------------------------------------------------------------------
 
-// The MI that takes |0...0> to i^(flips) |j> on the chosen qubits: a field along x on each
-// qubit to flip, for a time of pi, which is exactly i sigma_x.
-std::string PrepareMI(const std::vector<int>& qubits, int j, const std::string& name) {
-  const int k = static_cast<int>(qubits.size());
-  MicroInstruction mi;
-  mi.Name = name;
-  int top = 1;
-  for (int t = 0; t < k; ++t) {
-    top = std::max(top, qubits[static_cast<std::size_t>(t)]);
-    if ((j >> (k - 1 - t)) & 1) mi.Field(qubits[static_cast<std::size_t>(t)], Hx0) = 1;
-  }
-  mi.FieldSteps = 1;
-  mi.IntermediateSteps = 1;
-  mi.TimeStep = std::numbers::pi;
-  mi.Description = "basis state of the fidelity command";
-  return FormatMI(mi, top, 0);
-}
-
 // The map the pulse performs on the chosen qubits (the others start in |0>), as the command
 // line's fidelity computes it: column j is the state the program leaves from basis state j,
 // its phase i per flipped qubit divided out. Returns (F, leakage, M (2^k, 2^k) complex).
@@ -644,17 +619,6 @@ py::tuple Fidelity(const py::object& what, const py::object& set, const std::vec
 }
 
 // ---- sweeps -----------------------------------------------------------------------------
-
-// The file name of an MI of the set: `name` itself or with ".MI", found without regard to case.
-std::optional<std::string> MIFileOf(const std::string& setDir, const std::string& name) {
-  if (name.find_first_of("/\\") != std::string::npos) return std::nullopt;
-  for (const std::string& n : {name, name + ".MI"}) {
-    if (n.size() < 3 || Upper(n.substr(n.size() - 3)) != ".MI") continue;
-    if (const auto found = FindPath(setDir, n); found && FileExists(*found))
-      return fs::path(*found).filename().string();
-  }
-  return std::nullopt;
-}
 
 struct SweepJob {
   std::string home, setDir, program;
