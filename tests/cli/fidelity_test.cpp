@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "mi/mi_format.h"
+#include "cli_fixture.h"
 #include "support/test_support.h"
 #include "workspace/file_bytes.h"
 #include "workspace/workspace.h"
@@ -20,39 +21,23 @@ namespace fs = std::filesystem;
 namespace orvex::test {
 namespace {
 
-struct Outcome {
-  int status = -1;
-  std::string out, err;
+struct Outcome : CliResult {
   double fidelity = -1, leakage = -1;
 };
 
-class CliFidelityTest : public ::testing::Test {
+class CliFidelityTest : public CliHomeTest {
 protected:
-  void SetUp() override {
-    const char* cli = std::getenv("ORVEX_CLI");
-    ASSERT_TRUE(cli && *cli) << "ORVEX_CLI is not set";
-    cli_ = cli;
-    home = dir.path() + "home/";
-    fs::create_directories(home);
-    for (const char* sub : {"MI", "progs"})
-      fs::copy(fs::path(ORVEX_BIN_DIR) / sub, fs::path(home) / sub, fs::copy_options::recursive);
-  }
-
   // orvex-cli fidelity WHAT --set SET --home HOME `rest`, with the last line's two numbers.
   Outcome Fidelity(const std::string& what, const std::string& set, const std::string& rest) {
     Outcome r;
-    const std::string command = "'" + cli_ + "' fidelity '" + what + "' --set " + set +
-                                " --home '" + home + "' " + rest + " >'" + dir.path() +
-                                "out.txt' 2>'" + dir.path() + "err.txt'";
-    const int raw = std::system(command.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = dir.read("out.txt");
-    r.err = dir.read("err.txt");
-    const auto lines = SplitLines(r.out);
-    for (const std::string& line : lines)
-      if (line.rfind("fidelity ", 0) == 0)
+    static_cast<CliResult&>(r) =
+        Cli("fidelity '" + what + "' --set " + set + " --home '" + home + "' " + rest);
+    for (const std::string& line : SplitLines(r.out)) {
+      if (line.rfind("fidelity ", 0) == 0) {
         EXPECT_EQ(std::sscanf(line.c_str(), "fidelity %lf, leakage %lf", &r.fidelity, &r.leakage), 2)
             << line;
+      }
+    }
     return r;
   }
 
@@ -62,11 +47,6 @@ protected:
     dir.write("home/MI/ideal3/" + name, FormatMI(mi, 3, 0));
   }
 
-  TempDir dir;
-  std::string home;
-
-private:
-  std::string cli_;
 };
 
 TEST_F(CliFidelityTest, IdealGatesOfTheDemoSetsAreExact) {

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cli_fixture.h"
 #include "support/test_support.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
@@ -20,41 +21,8 @@ namespace fs = std::filesystem;
 namespace orvex::test {
 namespace {
 
-struct Result {
-  int status = -1;
-  std::string out, err;
-};
-
-class CliRunTest : public ::testing::Test {
-protected:
-  void SetUp() override {
-    const char* cli = std::getenv("ORVEX_CLI");
-    ASSERT_TRUE(cli && *cli) << "ORVEX_CLI is not set";
-    cli_ = cli;
-    home = dir.path() + "home/";
-    fs::create_directories(home);
-    for (const char* sub : {"MI", "progs"})
-      fs::copy(fs::path(ORVEX_BIN_DIR) / sub, fs::path(home) / sub, fs::copy_options::recursive);
-  }
-
-  // Runs orvex-cli with `args` (already quoted where needed); `env` goes in front.
-  Result Cli(const std::string& args, const std::string& env = "") {
-    Result r;
-    const std::string out = dir.path() + "out.txt", err = dir.path() + "err.txt";
-    const std::string command = env + " '" + cli_ + "' " + args + " >'" + out + "' 2>'" + err + "'";
-    const int raw = std::system(command.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = dir.read("out.txt");
-    r.err = dir.read("err.txt");
-    return r;
-  }
-
-  TempDir dir;
-  std::string home;
-
-private:
-  std::string cli_;
-};
+using Result = CliResult;
+using CliRunTest = CliHomeTest;
 
 // "# key: value" of a program file, trimmed.
 std::string Header(const std::string& text, const std::string& key) {

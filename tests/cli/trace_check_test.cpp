@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cli_fixture.h"
 #include "support/test_support.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
@@ -23,10 +24,7 @@ namespace fs = std::filesystem;
 namespace orvex::test {
 namespace {
 
-struct Result {
-  int status = -1;
-  std::string out, err;
-};
+using Result = CliResult;
 
 // A two-qubit MI whose field and coupling do not commute, so the product formula's error
 // shows: `sub` intermediate steps in each of two main steps.
@@ -41,16 +39,10 @@ std::string DriveMI(int sub) {
          "END\r\nNO CHECK NORM\r\n!ABOUT\r\n!drive\r\n!END\r\n";
 }
 
-class CliTraceCheck : public ::testing::Test {
+class CliTraceCheck : public CliHomeTest {
 protected:
   void SetUp() override {
-    const char* cli = std::getenv("ORVEX_CLI");
-    ASSERT_TRUE(cli && *cli) << "ORVEX_CLI is not set";
-    cli_ = cli;
-    home = dir.path() + "home/";
-    fs::create_directories(home);
-    for (const char* sub : {"MI", "progs"})
-      fs::copy(fs::path(ORVEX_BIN_DIR) / sub, fs::path(home) / sub, fs::copy_options::recursive);
+    CliHomeTest::SetUp();
     dir.write("home/MI/ideal2/drive.MI", DriveMI(3));
     // A nested program (through a redirect of the set) and breakpoints on the way.
     dir.write("home/progs/inner.kvp",
@@ -61,16 +53,9 @@ protected:
               "@drive.MI\r\n!BREAKPOINT\r\n@inner.MP\r\n@drive.MI\r\n");
   }
 
-  Result Cli(const std::string& args) {
-    Result r;
-    const std::string out = dir.path() + "out.txt", err = dir.path() + "err.txt";
-    const std::string command = "cd '" + dir.path() + "' && '" + cli_ + "' " + args + " >'" +
-                                out + "' 2>'" + err + "'";
-    const int raw = std::system(command.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = dir.read("out.txt");
-    r.err = dir.read("err.txt");
-    return r;
+  // orvex-cli run from the temporary directory, so relative output files land there.
+  CliResult Cli(const std::string& args) {
+    return CliHomeTest::Cli(args, "cd '" + dir.path() + "' &&");
   }
 
   // The final Q of each qubit of a csv run of `program` in `where`.
@@ -91,12 +76,6 @@ protected:
     }
     return q;
   }
-
-  TempDir dir;
-  std::string home;
-
-private:
-  std::string cli_;
 };
 
 TEST_F(CliTraceCheck, TraceHoldsTheOutputFilesRecordsAndAWriteFailureIsReported) {
