@@ -20,7 +20,7 @@ const char* kUsage =
     "                 the qubit listed first is the most significant bit: CNOT on 1,2 has\n"
     "                 control 1; the other qubits start in |0>)\n"
     "       orvex-cli sweep PROGRAM --set NAME [--home DIR] --vary MI:PARAM=START:STOP:COUNT\n"
-    "                 [--vary ...] [--order 2|4] [--jobs N]\n"
+    "                 [--vary ...] [--order 2|4] [--jobs N] [--progress]\n"
     "                 (PARAM: Hx0@Q ... phi_z@Q, Jx@I-J, Jy@I-J, Jz@I-J, TimeStep,\n"
     "                 FieldSteps, IntermediateSteps; CSV on standard output)\n";
 

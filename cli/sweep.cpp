@@ -89,6 +89,7 @@ int Sweep(const Args& args) {
   std::vector<std::string> specs;
   int order = 2;
   long jobs = 1;
+  bool progress = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
     if (arg == "--set" || arg == "--home" || arg == "--vary" || arg == "--order" ||
@@ -107,6 +108,8 @@ int Sweep(const Args& args) {
         if (v.empty() || *end != '\0' || jobs < 1 || jobs > 256)
           return Fail("--jobs takes a number from 1 to 256, not '" + v + "'");
       }
+    } else if (arg == "--progress") {
+      progress = true;
     } else if (!arg.empty() && arg[0] == '-') {
       return Fail("unknown option " + arg);
     } else if (program.empty()) {
@@ -163,7 +166,7 @@ int Sweep(const Args& args) {
   std::fflush(stderr);
   std::map<pid_t, std::size_t> running;
   std::string failure;
-  std::size_t next = 0;
+  std::size_t next = 0, finished = 0;
   auto reap = [&] {
     int status = 0;
     const pid_t pid = wait(&status);
@@ -178,6 +181,10 @@ int Sweep(const Args& args) {
         why = "the run of point " + std::to_string(it->second + 1) + " ended abnormally";
       }
       failure = why;
+    } else if (WIFEXITED(status) && WEXITSTATUS(status) == 0 && progress) {
+      // One line per finished point, in finishing order, for a caller that shows progress.
+      std::fprintf(stderr, "point %zu of %zu\n", ++finished, points.size());
+      std::fflush(stderr);
     }
     running.erase(it);
   };

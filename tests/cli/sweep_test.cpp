@@ -1,5 +1,6 @@
 // orvex-cli sweep against the real engine: every point equals a run of an MI edited by hand,
-// the output does not depend on --jobs, and the user's set is never written.
+// the output does not depend on --jobs, --progress only adds lines on stderr, and the user's
+// set is never written.
 #include <sys/wait.h>
 
 #include <cmath>
@@ -134,11 +135,14 @@ TEST_F(CliSweepTest, OutputDoesNotDependOnJobsAndTheSetIsOnlyRead) {
   const auto before = Snapshot(home);
   const std::string vary = "--vary Rabi:TimeStep=0.1:0.9:5 --order 4";
   Output one = Sweep(vary + " --jobs 1");
-  Output two = Sweep(vary + " --jobs 2");
+  Output two = Sweep(vary + " --jobs 2 --progress");
   ASSERT_EQ(one.status, 0) << one.err;
   ASSERT_EQ(two.status, 0) << two.err;
   EXPECT_EQ(Rows(one.out).size(), 15u);
   EXPECT_EQ(one.out, two.out);
+  // --progress counts finished points on stderr and changes nothing else.
+  EXPECT_EQ(one.err, "");
+  EXPECT_EQ(two.err, "point 1 of 5\npoint 2 of 5\npoint 3 of 5\npoint 4 of 5\npoint 5 of 5\n");
   // A step count, and refusals that name the fault before anything runs.
   Output steps = Sweep("--vary Rabi:FieldSteps=0:4:3");
   ASSERT_EQ(steps.status, 0) << steps.err;
