@@ -22,7 +22,11 @@ const char* kUsage =
     "       orvex-cli sweep PROGRAM --set NAME [--home DIR] --vary MI:PARAM=START:STOP:COUNT\n"
     "                 [--vary ...] [--order 2|4] [--jobs N] [--progress]\n"
     "                 (PARAM: Hx0@Q ... phi_z@Q, Jx@I-J, Jy@I-J, Jz@I-J, TimeStep,\n"
-    "                 FieldSteps, IntermediateSteps; CSV on standard output)\n";
+    "                 FieldSteps, IntermediateSteps; CSV on standard output)\n"
+    "       orvex-cli sweep PROGRAM --set NAME [--home DIR] --vary ... [--order 2|4]\n"
+    "                 --plan DIR   (a directory per point and DIR/commands, one line each)\n"
+    "       orvex-cli sweep --point DIR/point-NNNN   (runs one point of a plan)\n"
+    "       orvex-cli sweep --collect DIR   (the CSV of the whole plan)\n";
 
 } // namespace
 

@@ -100,20 +100,15 @@ std::optional<std::string> ProgramTextFor(const std::string& what, const std::st
   }
 }
 
-ScratchSet::ScratchSet(const std::string& home, const std::string& setDir) {
-  std::string pattern = (fs::temp_directory_path() / "orvex-scratch-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) {
-    error_ = "cannot create a scratch directory";
-    return;
-  }
-  dir_ = pattern + "/";
+bool CopySetInto(const std::string& home, const std::string& setDir, const std::string& dir,
+                 std::string& error) {
   std::error_code ec;
   for (const auto& entry : fs::directory_iterator(setDir, ec)) {
     const std::string name = entry.path().filename().string();
     if (!entry.is_regular_file() || IsOwnTemporary(name)) continue;
-    if (!fs::copy_file(entry.path(), dir_ + name, ec)) {
-      error_ = "cannot copy " + entry.path().string() + ": " + ec.message();
-      break;
+    if (!fs::copy_file(entry.path(), dir + name, ec)) {
+      error = "cannot copy " + entry.path().string() + ": " + ec.message();
+      return false;
     }
     if (name.size() > 3 && Upper(name.substr(name.size() - 3)) == ".MP") {
       // The callable program it names (relative to the home), at the same place here.
@@ -129,14 +124,28 @@ ScratchSet::ScratchSet(const std::string& home, const std::string& setDir) {
       for (const fs::path& part : fs::path(target))
         if (part == "..") inside = false;
       if (found && inside && FileExists(*found)) {
-        fs::create_directories(fs::path(dir_ + target).parent_path(), ec);
-        fs::copy_file(*found, dir_ + target, fs::copy_options::overwrite_existing, ec);
+        fs::create_directories(fs::path(dir + target).parent_path(), ec);
+        fs::copy_file(*found, dir + target, fs::copy_options::overwrite_existing, ec);
         ec.clear();
       }
     }
   }
-  if (ec && error_.empty()) error_ = "cannot read the set " + setDir + ": " + ec.message();
-  if (!error_.empty()) {
+  if (ec) {
+    error = "cannot read the set " + setDir + ": " + ec.message();
+    return false;
+  }
+  return true;
+}
+
+ScratchSet::ScratchSet(const std::string& home, const std::string& setDir) {
+  std::string pattern = (fs::temp_directory_path() / "orvex-scratch-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) {
+    error_ = "cannot create a scratch directory";
+    return;
+  }
+  dir_ = pattern + "/";
+  if (!CopySetInto(home, setDir, dir_, error_)) {
+    std::error_code ec;
     fs::remove_all(dir_, ec);
     dir_.clear();
   }

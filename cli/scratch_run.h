@@ -36,9 +36,14 @@ std::optional<std::string> SetDirectory(const std::string& home, const std::stri
 std::optional<std::string> ProgramTextFor(const std::string& what, const std::string& setDir,
                                           std::string& error);
 
-// A fresh directory under the temporary directory holding copies of the set's files and of
-// the callable programs its ".MP" redirects name (at their place relative to `home`),
-// removed with the object.
+// Copies the set's files into the existing directory `dir` (ending in "/"), and the callable
+// programs its ".MP" redirects name at their place relative to `home`, so that a run in `dir`
+// needs nothing outside it. False with `error` set.
+bool CopySetInto(const std::string& home, const std::string& setDir, const std::string& dir,
+                 std::string& error);
+
+// A fresh directory under the temporary directory holding such a copy (CopySetInto), removed
+// with the object.
 class ScratchSet {
 public:
   ScratchSet(const std::string& home, const std::string& setDir);

@@ -1,6 +1,6 @@
 // orvex-cli sweep against the real engine: every point equals a run of an MI edited by hand,
-// the output does not depend on --jobs, --progress only adds lines on stderr, and the user's
-// set is never written.
+// the output does not depend on --jobs, --progress only adds lines on stderr, the user's set
+// is never written, and a planned sweep run point by point collects to the same bytes.
 #include <sys/wait.h>
 
 #include <cmath>
@@ -78,10 +78,11 @@ protected:
     }
   }
 
-  Output Cli(const std::string& args) {
+  // `prefix` goes in front of the command ("cd DIR &&").
+  Output Cli(const std::string& args, const std::string& prefix = "") {
     Output r;
-    const std::string command = "'" + cli_ + "' " + args + " >'" + dir.path() + "out.txt' 2>'" +
-                                dir.path() + "err.txt'";
+    const std::string command = prefix + " '" + cli_ + "' " + args + " >'" + dir.path() +
+                                "out.txt' 2>'" + dir.path() + "err.txt'";
     const int raw = std::system(command.c_str());
     r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
     r.out = dir.read("out.txt");
@@ -160,6 +161,81 @@ TEST_F(CliSweepTest, OutputDoesNotDependOnJobsAndTheSetIsOnlyRead) {
     EXPECT_NE(r.err.find("orvex-cli sweep: "), std::string::npos) << bad << r.err;
   }
   EXPECT_EQ(Snapshot(home), before);
+}
+
+// A program that also calls a program of the home through a ".MP" redirect, so a point
+// directory outside the home runs only if the plan copied that program.
+class CliSweepPlanTest : public CliSweepTest {
+protected:
+  void SetUp() override {
+    CliSweepTest::SetUp();
+    dir.write("home/MI/ideal3/Tail.MP", "@progs/tail.kvp\r\n");
+    dir.write("home/progs/tail.kvp", "@X90_3.MI\r\n@CZ12.MI\r\n");
+    dir.write("home/progs/planned.kvp", "@Hadamard2.MI\r\n@Rabi.MI\r\n@Tail.MP\r\n");
+  }
+
+  static constexpr const char* kVary = "--vary Rabi:Hx0@1=0.5:1.5:3 --vary Rabi:TimeStep=0.2:0.6:2";
+
+  Output Planned(const std::string& options) {
+    return Cli("sweep '" + home + "progs/planned.kvp' --set ideal3 --home '" + home + "' " +
+               kVary + " " + options);
+  }
+
+  int Shell(const std::string& command) {
+    const int raw = std::system(("cd '" + dir.path() + "' && " + command).c_str());
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  }
+};
+
+TEST_F(CliSweepPlanTest, PointsRunOneByOneAndMovedCollectToTheDirectOutput) {
+  const Output direct = Planned("--jobs 2");
+  ASSERT_EQ(direct.status, 0) << direct.err;
+  ASSERT_EQ(Rows(direct.out).size(), 6u * 3u);
+  const Output plan = Planned("--plan '" + dir.path() + "plan one'");
+  ASSERT_EQ(plan.status, 0) << plan.err;
+  EXPECT_TRUE(Rows(Cli("sweep --collect '" + dir.path() + "plan one'").out).empty());
+
+  // Every point but the second, as a job array would run them.
+  ASSERT_EQ(Shell("sed 2d 'plan one/commands' | sh"), 0);
+  Output partial = Cli("sweep --collect '" + dir.path() + "plan one'");
+  EXPECT_EQ(partial.status, 2);
+  EXPECT_EQ(partial.out, "");
+  EXPECT_NE(partial.err.find("point-0002 has not run"), std::string::npos) << partial.err;
+  EXPECT_EQ(partial.err.find("point-0001"), std::string::npos) << partial.err;
+  EXPECT_EQ(partial.err.find("point-0006"), std::string::npos) << partial.err;
+
+  // The second point, moved out of the plan and run from inside its own directory.
+  ASSERT_EQ(Shell("mv 'plan one/point-0002' moved"), 0);
+  Output point = Cli("sweep --point .", "cd '" + dir.path() + "moved' &&");
+  ASSERT_EQ(point.status, 0) << point.err;
+  ASSERT_EQ(Shell("mv moved 'plan one/point-0002'"), 0);
+  Output collected = Cli("sweep --collect '" + dir.path() + "plan one'");
+  ASSERT_EQ(collected.status, 0) << collected.err;
+  EXPECT_EQ(collected.out, direct.out);
+}
+
+TEST_F(CliSweepPlanTest, PlanRunsUnderGnuParallel) {
+  if (Shell("command -v parallel >/dev/null") != 0)
+    GTEST_SKIP() << "GNU parallel is not on PATH";
+  const Output direct = Planned("");
+  ASSERT_EQ(direct.status, 0) << direct.err;
+  const Output plan = Planned("--order 2 --plan '" + dir.path() + "plan'");
+  ASSERT_EQ(plan.status, 0) << plan.err;
+  ASSERT_EQ(Shell("parallel --will-cite -j2 < plan/commands"), 0);
+  Output collected = Cli("sweep --collect '" + dir.path() + "plan'");
+  ASSERT_EQ(collected.status, 0) << collected.err;
+  EXPECT_EQ(collected.out, direct.out);
+}
+
+TEST_F(CliSweepPlanTest, PlanIntoANonEmptyDirectoryIsRefusedAndWritesNothing) {
+  dir.write("theirs/notes.txt", "not ours");
+  const auto before = Snapshot(dir.path() + "theirs");
+  Output r = Planned("--plan '" + dir.path() + "theirs'");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("is not empty"), std::string::npos) << r.err;
+  EXPECT_EQ(Snapshot(dir.path() + "theirs"), before);
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir.path() + "theirs"), fs::directory_iterator()),
+            1);
 }
 
 } // namespace
