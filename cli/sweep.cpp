@@ -234,9 +234,10 @@ int RunDirect(const Job& job, const std::vector<std::vector<double>>& points, lo
 // be new or empty; a plan that cannot be written whole is taken away again.
 int WritePlan(const Job& job, const std::vector<std::vector<double>>& points,
               const Options& options) {
-  const std::string dir = WithSlash(AbsoluteCanonical(options.plan));
+  const std::string target = AbsoluteCanonical(options.plan);
+  const std::string dir = WithSlash(target);
   std::error_code ec;
-  const auto status = fs::status(dir, ec);
+  const auto status = fs::status(target, ec);
   bool created = false;
   if (fs::exists(status)) {
     if (!fs::is_directory(status))
