@@ -13,10 +13,10 @@ namespace {
 
 using u64 = std::uint64_t;
 
-// The block kernels are compiled twice, for baseline x86-64 and for AVX2 machines, and the
+// The block kernels are compiled for baseline x86-64, AVX2 and AVX-512 machines, and the
 // loader picks the right one: portable binaries that still use wide vectors where present.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#define ORVEX_KERNEL __attribute__((target_clones("arch=x86-64-v3", "default")))
+#define ORVEX_KERNEL __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 #else
 #define ORVEX_KERNEL
 #endif
@@ -50,8 +50,82 @@ inline void RotateRuns(double* __restrict xr_, double* __restrict xi_, double* _
   }
 }
 
+// Four doubles as one value: the compiler's vector extension, so the kernels below are
+// vector code on every target (a plain loop over lanes gets shuffled rather than vectorised).
+typedef double V4 __attribute__((vector_size(4 * sizeof(double))));
+
+inline void Load4(V4& v, const double* p) { std::memcpy(&v, p, sizeof v); }
+inline void Store4(double* p, const V4& v) { std::memcpy(p, &v, sizeof v); }
+
+inline double Sum4(const V4& v) { return (v[0] + v[1]) + (v[2] + v[3]); }
+
+#if defined(__clang__)
+#define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shufflevector(a, b, i, j, k, l)
+#else
+typedef long long V4i __attribute__((vector_size(4 * sizeof(long long))));
+#define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shuffle(a, b, (V4i){i, j, k, l})
+#endif
+
+// A 2x2 update with coefficients per lane: lane k of (x, y) becomes
+// (a_k x_k + b_k y_k, c_k x_k + d_k y_k). Used where the partners of an update lie inside
+// one vector and shuffles line them up lane by lane.
+struct LaneCoeffs {
+  V4 ar, ai, br, bi, cr, ci, dr, di;
+  // Lane k takes matrix ms[k] = {a, b, c, d}.
+  static LaneCoeffs From(const Amp* const ms[4]) {
+    LaneCoeffs l;
+    for (int k = 0; k < 4; ++k) {
+      const Amp* m = ms[k];
+      l.ar[k] = m[0].real(), l.ai[k] = m[0].imag(), l.br[k] = m[1].real(), l.bi[k] = m[1].imag();
+      l.cr[k] = m[2].real(), l.ci[k] = m[2].imag(), l.dr[k] = m[3].real(), l.di[k] = m[3].imag();
+    }
+    return l;
+  }
+};
+
+inline void RotateLanes(V4& xr, V4& xi, V4& yr, V4& yi, const LaneCoeffs& c) {
+  const V4 pr = xr, pi = xi, qr = yr, qi = yi;
+  xr = c.ar * pr - c.ai * pi + c.br * qr - c.bi * qi;
+  xi = c.ar * pi + c.ai * pr + c.br * qi + c.bi * qr;
+  yr = c.cr * pr - c.ci * pi + c.dr * qr - c.di * qi;
+  yi = c.cr * pi + c.ci * pr + c.dr * qi + c.di * qr;
+}
+
+// Bit 0 or 1 of a block of at least eight amplitudes: each group of eight holds four pairs,
+// sorted into two vectors by shuffles, updated and put back.
+ORVEX_KERNEL void BlockSingleLow(double* re, double* im, u64 size, int bit, const Amp* m) {
+  const Amp* const ms[4] = {m, m, m, m};
+  const LaneCoeffs c = LaneCoeffs::From(ms);
+  for (u64 g = 0; g < size; g += 8) {
+    V4 r0, r1, i0, i1;
+    Load4(r0, re + g);
+    Load4(r1, re + g + 4);
+    Load4(i0, im + g);
+    Load4(i1, im + g + 4);
+    V4 xr, xi, yr, yi;
+    if (bit == 0) {
+      xr = ORVEX_SHUFFLE(r0, r1, 0, 2, 4, 6), yr = ORVEX_SHUFFLE(r0, r1, 1, 3, 5, 7);
+      xi = ORVEX_SHUFFLE(i0, i1, 0, 2, 4, 6), yi = ORVEX_SHUFFLE(i0, i1, 1, 3, 5, 7);
+      RotateLanes(xr, xi, yr, yi, c);
+      r0 = ORVEX_SHUFFLE(xr, yr, 0, 4, 1, 5), r1 = ORVEX_SHUFFLE(xr, yr, 2, 6, 3, 7);
+      i0 = ORVEX_SHUFFLE(xi, yi, 0, 4, 1, 5), i1 = ORVEX_SHUFFLE(xi, yi, 2, 6, 3, 7);
+    } else {
+      xr = ORVEX_SHUFFLE(r0, r1, 0, 1, 4, 5), yr = ORVEX_SHUFFLE(r0, r1, 2, 3, 6, 7);
+      xi = ORVEX_SHUFFLE(i0, i1, 0, 1, 4, 5), yi = ORVEX_SHUFFLE(i0, i1, 2, 3, 6, 7);
+      RotateLanes(xr, xi, yr, yi, c);
+      r0 = ORVEX_SHUFFLE(xr, yr, 0, 1, 4, 5), r1 = ORVEX_SHUFFLE(xr, yr, 2, 3, 6, 7);
+      i0 = ORVEX_SHUFFLE(xi, yi, 0, 1, 4, 5), i1 = ORVEX_SHUFFLE(xi, yi, 2, 3, 6, 7);
+    }
+    Store4(re + g, r0);
+    Store4(re + g + 4, r1);
+    Store4(im + g, i0);
+    Store4(im + g + 4, i1);
+  }
+}
+
 ORVEX_KERNEL void BlockSingle(double* re, double* im, u64 size, int bit, const Amp* m) {
   const u64 s = u64{1} << bit;
+  if (s < 4 && size >= 8) return BlockSingleLow(re, im, size, bit, m);
   if (s == 1) {
     for (u64 i = 0; i < size; i += 2) Rotate(re[i], im[i], re[i + 1], im[i + 1], m);
     return;
@@ -61,10 +135,84 @@ ORVEX_KERNEL void BlockSingle(double* re, double* im, u64 size, int bit, const A
     RotateRuns(re + base, im + base, re + base + s, im + base + s, s, c);
 }
 
+// The lane coefficients of a pair factor whose lower bit `lo` (0 or 1) lies inside a vector:
+// x holds the amplitudes with the upper bit clear, y their partners with the upper bit set
+// and the lower bit flipped, so lane k pairs |00> with |11> where bit lo of k is clear and
+// the two mixed states where it is set. `aIsLo`: the factor's bit a is the lower bit.
+LaneCoeffs PairLanes(int lo, bool aIsLo, const Amp* m) {
+  const Amp* p = m;  // |00>, |11>: the x lane is |00>
+  // Mixed block: the x lane has the lower bit set and the upper clear. That is |01> (bit a
+  // set) when a is the lower bit; otherwise it is |10> and the block is read transposed
+  // about its anti-diagonal.
+  const Amp* q = m + 4;
+  const Amp swapped[4] = {q[3], q[2], q[1], q[0]};
+  if (!aIsLo) q = swapped;
+  const Amp* ms[4];
+  for (int k = 0; k < 4; ++k) ms[k] = (k >> lo & 1) ? q : p;
+  return LaneCoeffs::From(ms);
+}
+
+// The pair factor on bits lo < hi with lo = 0 or 1 and hi >= 2: vectors of four amplitudes
+// with bit hi clear meet their partners at +2^hi, lanes swapped across bit lo.
+ORVEX_KERNEL void BlockPairLow(double* re, double* im, u64 size, int lo, int hi, bool aIsLo,
+                               const Amp* m) {
+  const LaneCoeffs c = PairLanes(lo, aIsLo, m);
+  const u64 sh = u64{1} << hi;
+  for (u64 h = 0; h < size; h += 2 * sh)
+    for (u64 g = h; g < h + sh; g += 4) {
+      V4 xr, xi, yr, yi;
+      Load4(xr, re + g);
+      Load4(xi, im + g);
+      Load4(yr, re + g + sh);
+      Load4(yi, im + g + sh);
+      if (lo == 0) {
+        yr = ORVEX_SHUFFLE(yr, yr, 1, 0, 3, 2), yi = ORVEX_SHUFFLE(yi, yi, 1, 0, 3, 2);
+      } else {
+        yr = ORVEX_SHUFFLE(yr, yr, 2, 3, 0, 1), yi = ORVEX_SHUFFLE(yi, yi, 2, 3, 0, 1);
+      }
+      RotateLanes(xr, xi, yr, yi, c);
+      if (lo == 0) {
+        yr = ORVEX_SHUFFLE(yr, yr, 1, 0, 3, 2), yi = ORVEX_SHUFFLE(yi, yi, 1, 0, 3, 2);
+      } else {
+        yr = ORVEX_SHUFFLE(yr, yr, 2, 3, 0, 1), yi = ORVEX_SHUFFLE(yi, yi, 2, 3, 0, 1);
+      }
+      Store4(re + g, xr);
+      Store4(im + g, xi);
+      Store4(re + g + sh, yr);
+      Store4(im + g + sh, yi);
+    }
+}
+
+// The pair factor on bits 0 and 1: of each four amplitudes (00, bit 0, bit 1, 11), two
+// groups are shuffled into x = (00, bit 0, 00', bit 0') and y = (11, bit 1, 11', bit 1').
+ORVEX_KERNEL void BlockPair01(double* re, double* im, u64 size, bool aIsLo, const Amp* m) {
+  const LaneCoeffs c = PairLanes(0, aIsLo, m);
+  for (u64 g = 0; g < size; g += 8) {
+    V4 r0, r1, i0, i1;
+    Load4(r0, re + g);
+    Load4(r1, re + g + 4);
+    Load4(i0, im + g);
+    Load4(i1, im + g + 4);
+    V4 xr = ORVEX_SHUFFLE(r0, r1, 0, 1, 4, 5), yr = ORVEX_SHUFFLE(r0, r1, 3, 2, 7, 6);
+    V4 xi = ORVEX_SHUFFLE(i0, i1, 0, 1, 4, 5), yi = ORVEX_SHUFFLE(i0, i1, 3, 2, 7, 6);
+    RotateLanes(xr, xi, yr, yi, c);
+    r0 = ORVEX_SHUFFLE(xr, yr, 0, 1, 5, 4), r1 = ORVEX_SHUFFLE(xr, yr, 2, 3, 7, 6);
+    i0 = ORVEX_SHUFFLE(xi, yi, 0, 1, 5, 4), i1 = ORVEX_SHUFFLE(xi, yi, 2, 3, 7, 6);
+    Store4(re + g, r0);
+    Store4(re + g + 4, r1);
+    Store4(im + g, i0);
+    Store4(im + g + 4, i1);
+  }
+}
+
 // The pair factor on two bits of a block: runs of 2^lo amplitudes with both bits clear are
 // updated together with their three partners.
 ORVEX_KERNEL void BlockPair(double* re, double* im, u64 size, int bitA, int bitB, const Amp* m) {
   const int lo = std::min(bitA, bitB), hi = std::max(bitA, bitB);
+  if (lo < 2 && size >= 8) {
+    if (hi == 1) return BlockPair01(re, im, size, bitA == lo, m);
+    return BlockPairLow(re, im, size, lo, hi, bitA == lo, m);
+  }
   const u64 sl = u64{1} << lo, sh = u64{1} << hi;
   // |01> in Op means bit a set, bit b clear.
   const u64 sa = u64{1} << bitA, sb = u64{1} << bitB;
@@ -76,6 +224,15 @@ ORVEX_KERNEL void BlockPair(double* re, double* im, u64 size, int bitA, int bitB
         Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], p);
         Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], q);
       }
+    return;
+  }
+  if (sl == 2) {
+    for (u64 h = 0; h < size; h += 2 * sh)
+      for (u64 mid = h; mid < h + sh; mid += 4)
+        for (u64 i = mid; i < mid + 2; ++i) {
+          Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], p);
+          Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], q);
+        }
     return;
   }
   const Coeffs cp(p), cq(q);
@@ -115,13 +272,6 @@ ORVEX_KERNEL double BlockNorm(const double* __restrict re, const double* __restr
   return LaneSum(n);
 }
 
-// Four doubles as one value: the compiler's vector extension, so the sums below are vector
-// sums on every target (a plain loop over lanes gets shuffled rather than vectorised).
-typedef double V4 __attribute__((vector_size(4 * sizeof(double))));
-
-inline void Load4(V4& v, const double* p) { std::memcpy(&v, p, sizeof v); }
-
-inline double Sum4(const V4& v) { return (v[0] + v[1]) + (v[2] + v[3]); }
 
 // One bit whose partner lies `s` amplitudes further (s >= 4): eight lanes in two vectors
 // where the runs allow (s >= 8), so two independent chains of additions overlap.
@@ -191,12 +341,6 @@ ORVEX_KERNEL void BlockBlochWide2(const double* __restrict re, const double* __r
   out[5] = Sum4(zc);
 }
 
-#if defined(__clang__)
-#define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shufflevector(a, b, i, j, k, l)
-#else
-#define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shuffle(a, b, (V4i){i, j, k, l})
-typedef long long V4i __attribute__((vector_size(4 * sizeof(long long))));
-#endif
 
 // Bits 0 and 1 (partners closer than a vector) in one pass: each group of eight amplitudes
 // holds four pairs of either bit, sorted into lanes by shuffles. out[0..2] for bit 0,
