@@ -13,6 +13,7 @@
 #include "engine/engine_error.h"
 #include "engine/gates.h"
 #include "engine/kernels.h"
+#include "engine/product_formula.h"
 #include "engine/program_tree.h"
 #include "engine/state_vector.h"
 #include "engine/trace_buffer.h"
@@ -23,10 +24,6 @@ namespace code {
 // Flags word 1 names no integrator the engine has (a syntax-class fault, like the MI ones).
 inline constexpr int kIntegratorUnknown = -16;
 } // namespace code
-
-// Integrators, as flags word 1 names them at a start.
-inline constexpr int kSecondOrder = 0;
-inline constexpr int kFourthOrder = 4;
 
 // The ten arguments of kv3dll, by value, for callers inside C++.
 struct CallArgs {
