@@ -5,6 +5,7 @@
 #include <functional>
 #include <random>
 
+#include "engine/product_formula.h"
 #include "engine_test_util.h"
 
 namespace orvex::engine::test {
@@ -388,7 +389,9 @@ TEST(SecondOrder, EachSubStepIsTheSymmetricProductOfExactFactors) {
   // t = k tau + (l + 1/2) delta, U = F C F, F = exp(-i (delta/2) H_fields(t)) and
   // C = E(1,2) E(1,3) E(2,3) E(2,3) E(1,3) E(1,2), E = exp(-i (delta/2) H_pair). The pairs are
   // listed out of order in the file: C takes them ordered by (i, j). Qubit 4, which no pair
-  // touches, has its own oscillating field.
+  // touches, has its own oscillating field. The factor lists of the engine's product formula,
+  // literal and merged, per sub-step and over a main step, must give this product; so must a
+  // run, which folds qubit 4 and batches the sub-steps.
   const int n = 4;
   MiText mi;
   mi.qubits = n;
@@ -406,21 +409,46 @@ TEST(SecondOrder, EachSubStepIsTheSymmetricProductOfExactFactors) {
       if ((a == i && b == j) || (a == j && b == i)) p.Pair(i, j, jx, jy, jz);
     return Hamiltonian(p, n, 0);
   };
-  auto exact = [&](const Vector& v0) -> Vector {
-    const double delta = mi.timeStep / 3;
-    MiText fieldsOnly = mi;
-    fieldsOnly.pairs.clear();
-    const Matrix e12 = Expm(pair(1, 2), delta / 2), e13 = Expm(pair(1, 3), delta / 2),
-                 e23 = Expm(pair(2, 3), delta / 2);
-    const Matrix c = e12 * e13 * e23 * e23 * e13 * e12;
-    Vector v = v0;
+  const double delta = mi.timeStep / 3;
+  const Matrix e12 = Expm(pair(1, 2), delta / 2), e13 = Expm(pair(1, 3), delta / 2),
+               e23 = Expm(pair(2, 3), delta / 2);
+  const Matrix c = e12 * e13 * e23 * e23 * e13 * e12;
+  MiText fieldsOnly = mi;
+  fieldsOnly.pairs.clear();
+  auto subStep = [&](int k, int l) -> Matrix {
+    const double t = k * mi.timeStep + (l + 0.5) * delta;
+    const Matrix f = Expm(Hamiltonian(fieldsOnly, n, t), delta / 2);
+    return f * c * f;
+  };
+  MiFile parsed;
+  ASSERT_FALSE(ParseMi("mi.MI", mi.Text(), parsed));
+  Vector v0 = Vector::Random(1 << n);
+  v0.normalize();
+  auto applyFactors = [&](const std::vector<Op>& ops) {
+    std::vector<Amp> v(v0.data(), v0.data() + v0.size());
+    for (const Op& op : ops) ApplyDense(v, op);
+    return Vector(Eigen::Map<Vector>(v.data(), v0.size()));
+  };
+  for (int k = 0; k < 2; ++k) {
+    Matrix main = Matrix::Identity(1 << n, 1 << n);
+    for (int l = 0; l < 3; ++l) {
+      main = subStep(k, l) * main;
+      for (bool merge : {false, true})
+        EXPECT_LT((applyFactors(SubStepFactors(parsed, kSecondOrder, k, l, 1, merge)) -
+                   subStep(k, l) * v0).norm(),
+                  1e-12)
+            << "main step " << k << " sub-step " << l << " merged " << merge;
+    }
+    EXPECT_LT((applyFactors(SubStepFactors(parsed, kSecondOrder, k, 0, 3, true)) - main * v0)
+                  .norm(),
+              1e-12)
+        << "main step " << k;
+  }
+  auto exact = [&](const Vector& v) -> Vector {
+    Vector r = v;
     for (int k = 0; k < 2; ++k)
-      for (int l = 0; l < 3; ++l) {
-        const double t = k * mi.timeStep + (l + 0.5) * delta;
-        const Matrix f = Expm(Hamiltonian(fieldsOnly, n, t), delta / 2);
-        v = f * c * f * v;
-      }
-    return v;
+      for (int l = 0; l < 3; ++l) r = subStep(k, l) * r;
+    return r;
   };
   EXPECT_LT(ErrorAgainst(mi, n, exact), 1e-12);
 }
