@@ -118,9 +118,9 @@ std::string PrepareRunDirectory(Workspace& ws, int slot) {
       const MicroInstruction& mi = ws.MITable(n);
       if (!mi.InUse) continue;
       if (IsMIName(mi.Name))
-        CopyWholeFile(ws.MISetPath + mi.Name, runDir + mi.Name);
+        CopyScratchFile(ws.MISetPath + mi.Name, runDir + mi.Name);
       else
-        WriteWholeFile(runDir + mi.Name, "@" + CallTarget(mi) + "\r\n");
+        WriteScratchFile(runDir + mi.Name, "@" + CallTarget(mi) + "\r\n");
     }
   }
   if (chdir(runDir.c_str()) != 0) ThrowFileError(runDir, errno);

@@ -278,7 +278,8 @@ WriteTarget ResolveWriteTarget(const std::string& path) {
 
 // Writes `bytes` into a new temporary beside `t.target` and flushes it to the disk; returns
 // the temporary's path. On failure nothing is left behind and the file error is thrown.
-std::string WriteTemporary(const std::string& path, const WriteTarget& t, const std::string& bytes) {
+std::string WriteTemporary(const std::string& path, const WriteTarget& t, const std::string& bytes,
+                           bool sync = true) {
   std::string temp = Join(t.dir, "." + FileNameOf(t.target) + kTempMark + std::string(kTempRandom, 'X'));
   int fd = ::mkstemp(temp.data());
   if (fd < 0) ThrowFileError(path, errno);
@@ -297,7 +298,7 @@ std::string WriteTemporary(const std::string& path, const WriteTarget& t, const 
   }
   if (err == 0 && ::fchmod(fd, t.mode) != 0) err = errno;
   // The bytes reach the disk before the rename can make them the file's content.
-  if (err == 0 && ::fsync(fd) != 0) err = errno;
+  if (err == 0 && sync && ::fsync(fd) != 0) err = errno;
   if (::close(fd) != 0 && err == 0) err = errno;
   if (err != 0) {
     ::unlink(temp.c_str());
@@ -378,6 +379,20 @@ int RemoveStaleTemporaries(const std::string& dir, int minimumAgeSeconds) {
 
 void CopyWholeFile(const std::string& from, const std::string& to) {
   WriteWholeFile(to, ReadWholeFile(from));
+}
+
+void WriteScratchFile(const std::string& path, const std::string& bytes) {
+  const WriteTarget t = ResolveWriteTarget(path);
+  const std::string temp = WriteTemporary(path, t, bytes, false);
+  if (::rename(temp.c_str(), t.target.c_str()) != 0) {
+    const int err = errno;
+    ::unlink(temp.c_str());
+    ThrowFileError(path, err);
+  }
+}
+
+void CopyScratchFile(const std::string& from, const std::string& to) {
+  WriteScratchFile(to, ReadWholeFile(from));
 }
 
 } // namespace orvex

@@ -91,5 +91,9 @@ using WriteFaultHook = std::function<int(const std::string& target)>;
 void SetWriteFaultHook(WriteFaultHook hook);
 // Copies a file (replacing the target) the same safe way.
 void CopyWholeFile(const std::string& from, const std::string& to);
+// The same whole-file replacement for files made anew before every use (the run directory's
+// copies of a set's files): no half-written file, but no wait for the disk either.
+void WriteScratchFile(const std::string& path, const std::string& bytes);
+void CopyScratchFile(const std::string& from, const std::string& to);
 
 } // namespace orvex
