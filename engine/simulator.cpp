@@ -73,6 +73,7 @@ struct Simulator::Context {
   bool qValid = false;
   Expectations q;
   double measureSeconds = 0;  // what the last measurement of the reported values took
+  std::chrono::steady_clock::time_point measuredAt;  // when it ended
   EngineError error;
 
   ~Context() {
@@ -102,8 +103,8 @@ struct Simulator::Context {
     if (formula) formula->Flush(psi);
     const auto before = std::chrono::steady_clock::now();
     q = Measure(ParallelFor(), psi);
-    measureSeconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - before).count();
+    measuredAt = std::chrono::steady_clock::now();
+    measureSeconds = std::chrono::duration<double>(measuredAt - before).count();
     qValid = true;
   }
 
@@ -379,17 +380,21 @@ void Simulator::Start(std::int32_t* status, std::int32_t noOutputFiles, std::int
 void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int32_t runMode,
                          std::int32_t* flags) {
   Context& c = *context_;
-  const auto began = std::chrono::steady_clock::now();
-  // The call returns once this much work is done; when measuring the reported values is
-  // expensive (large registers), less often, so that measuring stays about a tenth of a run.
-  // An interval of zero returns at every opportunity.
-  const auto interval =
-      returnInterval_.count() == 0
-          ? std::chrono::steady_clock::duration::zero()
-          : std::max<std::chrono::steady_clock::duration>(
-                returnInterval_, std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                                     std::chrono::duration<double>(10 * c.measureSeconds)));
-  auto timeUp = [&] { return std::chrono::steady_clock::now() - began >= interval; };
+  using Clock = std::chrono::steady_clock;
+  const auto began = Clock::now();
+  // A return inside a batch measures nothing: it comes once the call has worked for the
+  // return interval. A return between batches measures the reported values; when that is
+  // expensive (large registers) it waits until ten times the last measurement's cost has
+  // passed since it, so that measuring stays about a tenth of a run, and until then the call
+  // goes on into the next batch and returns inside it. An interval of zero returns at every
+  // opportunity.
+  auto timeUp = [&] { return Clock::now() - began >= returnInterval_; };
+  auto timeToReport = [&] {
+    const auto now = Clock::now();
+    return now - began >= returnInterval_ &&
+           (returnInterval_.count() == 0 ||
+            now - c.measuredAt >= std::chrono::duration<double>(10 * c.measureSeconds));
+  };
   bool ok = true;
 
   if (runMode == 1) {
@@ -422,7 +427,7 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
         c.OpenFromHere(c.granularity == Granularity::SubStep);
         continue;
       }
-      if (timeUp()) {
+      if (timeToReport()) {
         flags[0] = 1;
         return;
       }
@@ -461,7 +466,7 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
       }
       if (!c.BeginMi(mi, status)) return;
     }
-    if (timeUp()) {
+    if (timeToReport()) {
       flags[0] = 1;
       return;
     }
