@@ -1,6 +1,7 @@
 // Time of one intermediate step of the product formula for a chain of N qubits (fields on
 // every qubit, nearest-neighbour XYZ couplings), with the effective memory bandwidth
 // (bytes the sweeps read and write per second) beside a plain copy of the same state size.
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +19,7 @@
 #include "engine/initial_states.h"
 #include "engine/kernels.h"
 #include "engine/parallel.h"
+#include "engine/product_formula.h"
 #include "engine/simulator.h"
 #include "engine/state_vector.h"
 
@@ -25,18 +27,27 @@ namespace {
 
 using namespace orvex::engine;
 
-// The factors of one intermediate step: F(delta/2), pairs forward, pairs backward,
-// F(delta/2).
-std::vector<Op> ChainStep(int n) {
-  const double theta = 0.01;
-  std::vector<Op> fields, ops;
-  for (int q = 0; q < n; ++q)
-    fields.push_back(FieldFactor(q, 0.3 + 0.01 * q, -0.2, 0.7 - 0.02 * q, theta));
-  ops = fields;
-  for (int q = 0; q + 1 < n; ++q) ops.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, theta));
-  for (int q = n - 2; q >= 0; --q) ops.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, theta));
-  ops.insert(ops.end(), fields.begin(), fields.end());
-  return ops;
+// A chain of n qubits with static fields on every qubit and nearest-neighbour couplings,
+// `sub` intermediate steps of delta = 0.02 in one main step.
+MiFile ChainMi(int n, long sub) {
+  MiFile mi;
+  mi.maxQubit = n;
+  mi.fieldSteps = 1;
+  mi.intermediateSteps = sub;
+  mi.timeStep = 0.02 * static_cast<double>(sub);
+  for (int q = 0; q < n; ++q) {
+    mi.field[q][0] = 0.3 + 0.01 * q;   // Hx0
+    mi.field[q][3] = -0.2;             // Hy0
+    mi.field[q][6] = 0.7 - 0.02 * q;   // Hz0
+  }
+  for (int q = 1; q < n; ++q) mi.couplings.push_back({q, q + 1, 0.5, 0.4, 0.9});
+  return mi;
+}
+
+// The factors of one intermediate step as the simulator applies them (the middle pair
+// factors merged), or as the literal formula reads.
+std::vector<Op> ChainStep(int n, bool merge = true) {
+  return SubStepFactors(ChainMi(n, 1), kSecondOrder, 0, 0, 1, merge);
 }
 
 void BM_IntermediateStep(benchmark::State& state) {
@@ -72,21 +83,7 @@ void BM_BatchedSteps(benchmark::State& state) {
     return;
   }
   SetRandom(psi, 1);
-  const double theta = 0.01;
-  std::vector<Op> half, full, pairs, ops;
-  for (int q = 0; q < n; ++q) {
-    half.push_back(FieldFactor(q, 0.3 + 0.01 * q, -0.2, 0.7 - 0.02 * q, theta));
-    full.push_back(FieldFactor(q, 0.3 + 0.01 * q, -0.2, 0.7 - 0.02 * q, 2 * theta));
-  }
-  for (int q = 0; q + 1 < n; ++q)
-    pairs.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, q + 2 == n ? 2 * theta : theta));
-  for (int q = n - 3; q >= 0; --q) pairs.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, theta));
-  ops = half;
-  for (int s = 0; s < kSteps; ++s) {
-    ops.insert(ops.end(), pairs.begin(), pairs.end());
-    ops.insert(ops.end(), (s + 1 < kSteps ? full : half).begin(),
-               (s + 1 < kSteps ? full : half).end());
-  }
+  const auto ops = SubStepFactors(ChainMi(n, kSteps), kSecondOrder, 0, 0, kSteps, true);
   const int sweeps = SweepCount(n, ops);
   for (auto _ : state) {
     ApplyOps(ParallelFor(), psi, ops);
@@ -108,7 +105,7 @@ void BM_LiteralStep(benchmark::State& state) {
     return;
   }
   SetRandom(psi, 1);
-  const auto ops = ChainStep(n);
+  const auto ops = ChainStep(n, false);
   for (auto _ : state) {
     for (const Op& op : ops) ApplyLiteral(ParallelFor(), psi, op);
     benchmark::ClobberMemory();
@@ -332,12 +329,80 @@ void BM_PulseSteps(benchmark::State& state) {
   state.counters["x 1-step"] = hundred / one;
 }
 
+// The calls of a run in run mode, as the workbench makes them: the XYZ chain of the QuTiP
+// comparison (couplings (1, 0.8, 0.6) on (q, q+1), Hz0 = 1 + 0.05 q, Hx1 = 0.5,
+// Omega_x = 1.5, phi_x = 0.37 q, tau = 10, 4 intermediate steps) from |0...0>, every call
+// timed. The counters give the distribution of call times (the start call, which allocates
+// the state, apart) and the process's peak resident memory in units of the state's
+// 16 * 2^N bytes. Run it alone, so that the peak is this run's:
+//   orvex_bench --benchmark_filter=BM_ChainCallTimes/26
+void BM_ChainCallTimes(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  BenchDir dir;
+  if (!dir.Ok()) {
+    state.SkipWithError("cannot create a directory");
+    return;
+  }
+  MiSpec chain;
+  chain.qubits = n;
+  chain.j = {1, 0.8, 0.6};
+  chain.timeStep = 10;
+  chain.intermediateSteps = 4;
+  chain.fields.resize(n);
+  for (int q = 1; q <= n; ++q) {
+    chain.fields[q - 1] = {0, 0.5, 1.5, 0, 0, 0, 1 + 0.05 * q, 0, 0, 0.37 * q, 0, 0};
+    if (q < n) chain.pairs.emplace_back(q, q + 1);
+  }
+  dir.Write("chain.MI", chain.Text());
+  dir.Write("chain.kvp", "!Quantum program progs\\chain.kvp\r\n@chain.MI\r\n");
+  using Clock = std::chrono::steady_clock;
+  std::vector<double> ms;
+  double startMs = 0;
+  for (auto _ : state) {
+    Simulator sim;
+    CallArgs a;
+    a.entry = -1;
+    a.runMode = 0;
+    a.SetProgramName("chain.kvp");
+    ms.clear();
+    for (bool first = true;; first = false) {
+      const auto t0 = Clock::now();
+      sim.Call(a);
+      const double t = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
+      if (first)
+        startMs = t;
+      else
+        ms.push_back(t);
+      if (a.status != 0 || (a.flags[0] == 0 && a.progress == 0)) break;
+    }
+    if (a.status != 0) {
+      state.SkipWithError("the run failed");
+      return;
+    }
+  }
+  std::sort(ms.begin(), ms.end());
+  auto at = [&](double share) {
+    return ms.empty() ? 0.0 : ms[static_cast<std::size_t>(share * (ms.size() - 1) + 0.5)];
+  };
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const double peak = static_cast<double>(usage.ru_maxrss) * 1024.0;  // ru_maxrss is in KiB
+  state.counters["calls"] = static_cast<double>(ms.size() + 1);
+  state.counters["start ms"] = startMs;
+  state.counters["min ms"] = at(0);
+  state.counters["median ms"] = at(0.5);
+  state.counters["p99 ms"] = at(0.99);
+  state.counters["max ms"] = at(1);
+  state.counters["peak x state"] = peak / static_cast<double>(StateVector::BytesFor(n));
+}
+
 BENCHMARK(BM_IntermediateStep)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Copy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_BatchedSteps)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_LiteralStep)->DenseRange(12, 22, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Measure)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_MeasureVsCopy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
+BENCHMARK(BM_ChainCallTimes)->Arg(22)->Arg(26)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_PulseSteps)
     ->ArgsProduct({{20}, {0, 1, 2, 4, 5}})
     ->ArgNames({"qubits", "kind"})
