@@ -17,11 +17,14 @@
 #include "mi/gui/default_mi.h"
 #include "miset/gui/mi_list_window.h"
 #include "miset/gui/set_dialogs.h"
+#include "miset/mi_list.h"
 #include "miset/open_miset.h"
 #include "miset/set_commands.h"
 #include "platform/dialogs.h"
 #include "platform/gui/qt_text.h"
 #include "platform/gui/twips.h"
+#include "program/gui/default_pg.h"
+#include "run/gui/fidelity_dialog.h"
 #include "workspace/errors.h"
 #include "workspace/paths.h"
 
@@ -201,6 +204,15 @@ void Main0::buildMenus() {
   addItem(tools, "MenuReset", QStringLiteral("&Reset"));
   addItem(tools, "MenuPause", QStringLiteral("Pa&use"));
   addItem(tools, "MenuCheckAccuracy", QStringLiteral("Check &accuracy"));
+  // The active program editor's program, else the MI selected in the MI list.
+  connect(addItem(tools, "MenuFidelity", QStringLiteral("&Gate fidelity\u2026")), &QAction::triggered, this, [this] {
+    QMdiSubWindow* current = mdi_->currentSubWindow();
+    const int row = ws_.MIList.Selected;
+    if (auto* editor = qobject_cast<DefaultPG*>(current ? current->widget() : nullptr))
+      ShowFidelityDialog(this, ws_, FidelitySubjectForProgram(ws_, editor->slot()));
+    else if (const int slot = SlotOfRow(ws_, row); current == miListWindow_ && slot > 0 && IsMIName(ws_.MITable(slot).Name))
+      ShowFidelityDialog(this, ws_, FidelitySubjectForMI(ws_, ws_.MITable(slot).Name));
+  });
   tools->addSeparator()->setObjectName(QStringLiteral("MenuNiks0"));
   addItem(tools, "MenuSaveP", QStringLiteral("&Save program"));
   addItem(tools, "MenuClearMI", QStringLiteral("&Update MI"));

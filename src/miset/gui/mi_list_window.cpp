@@ -2,6 +2,7 @@
 
 #include <QAction>
 #include <QKeyEvent>
+#include <QMenu>
 #include <QStatusBar>
 #include <QToolBar>
 #include <QVBoxLayout>
@@ -15,6 +16,7 @@
 #include "miset/set_commands.h"
 #include "miset/set_qubits.h"
 #include "platform/gui/qt_text.h"
+#include "run/gui/fidelity_dialog.h"
 #include "workspace/errors.h"
 
 namespace orvex {
@@ -109,6 +111,17 @@ MIList::MIList(Workspace& ws, MISetUi& ui, QWidget* parent) : QWidget(parent), w
   connect(Micro, &MIListView::copyRequested, this, &MIList::copyMI);
   connect(Micro, &MIListView::saveRequested, this, &MIList::saveSet);
   connect(Micro, &MIListView::newRequested, this, &MIList::newMI);
+  // The context menu of an MI row measures the MI against an ideal gate.
+  Micro->setContextMenuPolicy(Qt::CustomContextMenu);
+  connect(Micro, &QWidget::customContextMenuRequested, this, [this](const QPoint& pos) {
+    const int slot = SlotOfRow(ws_, Micro->row(Micro->itemAt(pos)));
+    if (slot <= 0 || !IsMIName(ws_.MITable(slot).Name)) return;
+    QMenu menu(this);
+    QAction* fidelity = menu.addAction(QStringLiteral("Gate fidelity\u2026"));
+    fidelity->setObjectName(QStringLiteral("MIListFidelity"));
+    if (menu.exec(Micro->viewport()->mapToGlobal(pos)) == fidelity)
+      ShowFidelityDialog(this, ws_, FidelitySubjectForMI(ws_, ws_.MITable(slot).Name));
+  });
 
   StatusBar1 = new QStatusBar(this);
   StatusBar1->setObjectName(QStringLiteral("StatusBar1"));

@@ -11,6 +11,7 @@
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMenu>
 #include <QMimeData>
 #include <QStyle>
 #include <QToolBar>
@@ -27,6 +28,7 @@
 #include "platform/gui/qt_text.h"
 #include "platform/gui/twips.h"
 #include "program/program_table.h"
+#include "run/gui/fidelity_dialog.h"
 #include "run/run_controller.h"
 #include "view/gui/colors.h"
 #include "view/gui/qubit_stripes.h"
@@ -300,6 +302,25 @@ DefaultPG::DefaultPG(Workspace& ws, RunUi& runUi, MISetUi& miSetUi, int slot, QW
   PG = new ProgramListView(*this, this);
   connect(PG, &QTreeWidget::itemDoubleClicked, this,
           [this](QTreeWidgetItem* item, int) { openRowInMIEditor(PG->indexOfTopLevelItem(item)); });
+  // The context menu measures the MI of the row, or the whole program, against an ideal gate.
+  PG->setContextMenuPolicy(Qt::CustomContextMenu);
+  connect(PG, &QWidget::customContextMenuRequested, this, [this](const QPoint& pos) {
+    const int row = PG->indexOfTopLevelItem(PG->itemAt(pos));
+    const ProgramSlot& p = ws_.Program(slot_);
+    QMenu menu(this);
+    QAction* ofMI = nullptr;
+    if (row >= 0 && row < static_cast<int>(p.Rows.size()) && p.Rows[row].Icon == kIconMI) {
+      ofMI = menu.addAction(QStringLiteral("Gate fidelity of %1\u2026").arg(platform::FromBytes(p.Rows[row].Text)));
+      ofMI->setObjectName(QStringLiteral("PGFidelityMI"));
+    }
+    QAction* ofProgram = menu.addAction(QStringLiteral("Gate fidelity of the program\u2026"));
+    ofProgram->setObjectName(QStringLiteral("PGFidelityProgram"));
+    QAction* chosen = menu.exec(PG->viewport()->mapToGlobal(pos));
+    if (chosen && chosen == ofMI)
+      ShowFidelityDialog(this, ws_, FidelitySubjectForMI(ws_, ws_.Program(slot_).Rows[row].Text));
+    else if (chosen && chosen == ofProgram)
+      ShowFidelityDialog(this, ws_, FidelitySubjectForProgram(ws_, slot_));
+  });
 
   for (int q = 1; q <= kMaxQubits; ++q) {
     auto* box = new QubitBox(this);
