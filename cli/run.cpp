@@ -462,6 +462,7 @@ int Run(const Args& args) {
   CliDialogs dialogs(ws);
   const int slot = 1;
   CliRunUi ui(tracePath ? &trace : nullptr, &ws.Traces[slot - 1]);
+  ws.Traces[slot - 1].Wanted = tracePath.has_value();
   int stepsPrinted = 0;
   try {
     const auto setDir = SetDirectoryOf(options, ws.AppDir);
@@ -592,6 +593,15 @@ int Check(const Args& args) {
     std::printf("%-*s", static_cast<int>(width[0]), r[0].c_str());
     for (std::size_t k = 1; k < 5; ++k) std::printf("  %*s", static_cast<int>(width[k]), r[k].c_str());
     std::printf("\n");
+  }
+  if (!report.steps.empty()) {
+    std::printf("intermediate steps n of each MI called, as written and to reach an error of 1e-3 "
+                "and 1e-6 (all grown by the same factor):\n");
+    for (const MIStepAdvice& mi : report.steps) {
+      auto n = [](std::int64_t v) { return v > 0 ? std::to_string(v) : std::string("-"); };
+      std::printf("  %s  n = %s  for 1e-3: %s  for 1e-6: %s\n", mi.name.c_str(), n(mi.n).c_str(),
+                  n(mi.nFor1e3).c_str(), n(mi.nFor1e6).c_str());
+    }
   }
   std::printf("max deviation %s, estimated error %s\n", g(report.maxDeviation).c_str(),
               g(report.estimatedError).c_str());

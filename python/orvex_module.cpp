@@ -444,6 +444,7 @@ RunResult RunToEndOfProgram(const py::object& program, const py::object& set,
   ws.MISetPath = place.setDir;
   const int slot = 1;
   ScriptRunUi ui(ws, slot, trace);
+  ws.Traces[slot - 1].Wanted = trace;
   KeepCurrentDirectory keep;
   RunResult result = Guarded([&] {
     LoadSet(ws);

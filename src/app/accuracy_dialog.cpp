@@ -57,6 +57,26 @@ AccuracyDialog::AccuracyDialog(const AccuracyReport& report, const std::string& 
   }
   table_->resizeColumnsToContents();
   layout->addWidget(table_, 1);
+  if (!report.steps.empty()) {
+    // What to write into each MI: its intermediate steps grown by the factor the worst qubit needs.
+    layout->addWidget(new QLabel(QStringLiteral(
+        "Intermediate steps n of each MI called, and the n that would reach an error of 1e-3 and 1e-6:")));
+    steps_ = new QTableWidget(static_cast<int>(report.steps.size()), 4);
+    steps_->setObjectName(QStringLiteral("AccuracySteps"));
+    steps_->setHorizontalHeaderLabels({QStringLiteral("MI"), QStringLiteral("n"),
+                                       QStringLiteral("n for 1e-3"), QStringLiteral("n for 1e-6")});
+    steps_->verticalHeader()->hide();
+    steps_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    auto count = [](std::int64_t n) { return n > 0 ? QString::number(n) : QStringLiteral("-"); };
+    for (int r = 0; r < static_cast<int>(report.steps.size()); ++r) {
+      const MIStepAdvice& mi = report.steps[static_cast<std::size_t>(r)];
+      const QString cells[4] = {platform::FromBytes(mi.name), count(mi.n), count(mi.nFor1e3),
+                                count(mi.nFor1e6)};
+      for (int c = 0; c < 4; ++c) steps_->setItem(r, c, new QTableWidgetItem(cells[c]));
+    }
+    steps_->resizeColumnsToContents();
+    layout->addWidget(steps_, 1);
+  }
   if (!report.notes.empty()) {
     QString notes;
     for (const std::string& n : report.notes) notes += platform::FromBytes(n) + QLatin1Char('\n');

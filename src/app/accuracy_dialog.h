@@ -19,10 +19,12 @@ class AccuracyDialog : public QDialog {
 public:
   AccuracyDialog(const AccuracyReport& report, const std::string& programName, QWidget* parent = nullptr);
   QTableWidget* table() const { return table_; }
+  QTableWidget* steps() const { return steps_; }  // per MI: n and the n for 1e-3, 1e-6
   QLabel* summary() const { return summary_; }
 
 private:
   QTableWidget* table_ = nullptr;
+  QTableWidget* steps_ = nullptr;
   QLabel* summary_ = nullptr;
 };
 

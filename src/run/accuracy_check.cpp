@@ -162,7 +162,8 @@ double EstimatedError(double deviation, int order) {
 }
 
 double StepFactorFor(double error, double target, int order) {
-  if (!(error > 0)) return 0;
+  // An error at the level of rounding tells nothing about the steps.
+  if (!(error > kRoundingLevel)) return 0;
   return std::pow(error / target, 1.0 / (order == 4 ? 4.0 : 2.0));
 }
 
@@ -253,6 +254,26 @@ AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath
       relative = program->substr(ws.AppDir.size());
     CopyInto(*program, scratch.home() + relative);
 
+    // The MIs whose steps the advice names: the program's own calls, or every MI of the set
+    // when it calls another program (whose MIs it does not list).
+    std::vector<std::string> called;
+    bool callsPrograms = false;
+    for (const ProgramRow& row : ParseProgram(ReadWholeFile(*program))) {
+      if (row.Icon == kIconProgramRow) callsPrograms = true;
+      if (row.Icon != kIconMI) continue;
+      for (const std::string& name : miFiles)
+        if (Upper(name) == Upper(row.Text + ".MI") &&
+            std::find(called.begin(), called.end(), name) == called.end())
+          called.push_back(name);
+    }
+    if (callsPrograms) called = miFiles;
+    std::sort(called.begin(), called.end());
+    for (const std::string& name : called) {
+      MicroInstruction mi;
+      ParseMI(ReadWholeFile(setDir + name), mi, name);
+      report.steps.push_back({name, std::max<std::int64_t>(1, mi.IntermediateSteps)});
+    }
+
     const auto asWritten =
         RunToEnd(scratch.home(), setDir, relative, report.order, runUi, dialogs);
     if (!dialogs.failed) {
@@ -284,6 +305,19 @@ AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath
         report.estimatedError = a.estimatedError;
       }
       report.qubits.push_back(a);
+    }
+    const double for1e3 = StepFactorFor(report.estimatedError, 1e-3, report.order);
+    const double for1e6 = StepFactorFor(report.estimatedError, 1e-6, report.order);
+    auto steps = [](std::int64_t n, double factor) -> std::int64_t {
+      if (!(factor > 0)) return 0;
+      // No MI holds more steps than its 32-bit count: the advice stops there.
+      const double wanted = std::min(std::ceil(static_cast<double>(n) * factor),
+                                     double(std::numeric_limits<std::int32_t>::max()));
+      return std::max<std::int64_t>(1, static_cast<std::int64_t>(wanted));
+    };
+    for (MIStepAdvice& advice : report.steps) {
+      advice.nFor1e3 = steps(advice.n, for1e3);
+      advice.nFor1e6 = steps(advice.n, for1e6);
     }
     report.ok = true;
   } catch (const RuntimeError& e) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,15 @@ struct QubitAccuracy {
   double factorFor1e6 = 0;
 };
 
+// The intermediate steps of one MI the program calls: as written, and what reaches an error
+// of 1e-3 and 1e-6 when every MI's steps grow by the same factor (0: no error shows).
+struct MIStepAdvice {
+  std::string name;  // the MI's file name
+  std::int64_t n = 1;  // max(1, intermediate steps) as written
+  std::int64_t nFor1e3 = 0;
+  std::int64_t nFor1e6 = 0;
+};
+
 struct AccuracyReport {
   bool ok = false;
   std::string error;               // why the check could not be made (ok false)
@@ -33,6 +43,8 @@ struct AccuracyReport {
   std::vector<QubitAccuracy> qubits;  // every qubit of the set
   double maxDeviation = 0;
   double estimatedError = 0;       // of the qubit with the largest deviation
+  std::vector<MIStepAdvice> steps;  // the MIs the program calls (every MI of the set when it
+                                    // calls another program), by name
 };
 
 // Checks the program at `programPath` (any path; the workspace's AppDir is the home whose
@@ -58,6 +70,8 @@ std::string DoubleIntermediateSteps(const std::string& text, const std::string& 
 // The error estimate of a deviation between step counts n and 2n for an integrator of order
 // p: deviation * 2^p / (2^p - 1); and the factor on n that reaches `target`.
 double EstimatedError(double deviation, int order);
+// 0 for an error at or below kRoundingLevel (no error shows).
+inline constexpr double kRoundingLevel = 1e-12;
 double StepFactorFor(double error, double target, int order);
 
 } // namespace orvex

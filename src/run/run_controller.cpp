@@ -277,9 +277,13 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
 
     const Kv3Entry engine = EngineLibrary::Load();
     const EngineExtras extras = EngineLibrary::Extras();
-    const bool engineTraces = extras.trace != nullptr;
     if (fromIdle) {
-      if (extras.record) extras.record(1);
+      // Records cost a measurement per main step: the engine keeps them only when wanted.
+      trace.FromEngine = trace.Wanted && extras.trace && extras.record;
+      if (extras.record) extras.record(trace.FromEngine ? 1 : 0);
+    }
+    const bool engineTraces = trace.FromEngine;
+    if (fromIdle) {
       if (!engineTraces) {  // the register the engine starts from, as RecordStart has it
         QubitValues half, zero;
         half.fill(0.5);

@@ -47,9 +47,15 @@ struct TracePoint {
 };
 // The points of one program's run, oldest first, over `Qubits` qubits; `Marker` is the
 // program time marked while the run is halted (negative: none).
+// `Wanted`: someone looks at every main step (an open trace window, a traced command-line or
+// script run), so a run started from idle asks the engine for its records; otherwise it takes
+// one point per engine call, which costs nothing. `FromEngine`: the current run's points are
+// the engine's records (decided at its start, kept until it ends).
 struct ProgramTrace {
   int Qubits = 0;
   std::vector<TracePoint> Points;
+  bool Wanted = false;
+  bool FromEngine = false;
   double Marker = -1;
   int Revision = 0;  // bumped on every change, for the windows that draw it
 };

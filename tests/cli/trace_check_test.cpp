@@ -188,6 +188,29 @@ TEST_F(CliTraceCheck, CheckMatchesTwoRunsMadeByHandAndLeavesTheUsersFilesAlone) 
                           &estimated), 2) << last;
     EXPECT_NEAR(maxDeviation, largest, 1e-5 * largest);
     EXPECT_NEAR(estimated, p * largest, 1e-5 * p * largest);
+
+    // The advice: drive.MI's n for 1e-6, written into a copy, brings the estimate there (the
+    // error model is asymptotic: within a factor of 2).
+    long written = 0, for3 = 0, for6 = 0;
+    for (const std::string& line : SplitLines(r.out))
+      if (std::sscanf(line.c_str(), " drive.MI n = %ld for 1e-3: %ld for 1e-6: %ld", &written,
+                      &for3, &for6) == 3)
+        break;
+    ASSERT_EQ(written, 3) << r.out;
+    ASSERT_GT(for6, for3) << r.out;
+    const std::string advised = dir.path() + "advised" + order + "/";
+    fs::copy(home, advised, fs::copy_options::recursive);
+    dir.write("advised" + order + "/MI/ideal2/drive.MI", DriveMI(static_cast<int>(for6)));
+    Result again = Cli("check '" + advised + "progs/driven.kvp' --set ideal2 --home '" + advised +
+                       "' --order " + order);
+    ASSERT_EQ(again.status, 0) << again.err;
+    std::string end;
+    for (const std::string& line : SplitLines(again.out))
+      if (!line.empty()) end = line;
+    ASSERT_EQ(std::sscanf(end.c_str(), "max deviation %lf, estimated error %lf", &maxDeviation,
+                          &estimated), 2) << end;
+    EXPECT_LT(estimated, 2e-6) << again.out;
+    EXPECT_GT(estimated, 5e-8) << again.out;
   }
 
   // A set that does not exist, and options that belong to run, are refused.

@@ -67,13 +67,27 @@ TEST_F(RunTraceTest, EngineRecordsAreDrainedAfterEveryCallAndClearedByStartAndRe
   // A lasts 2 main steps of 0.5: the breakpoint after it stands at t = 1.
   dir.write("app/MI/demo/A.MI", "NUMBER OF FIELD STEPS\r\n2\r\nEND\r\nTIME STEP\r\n0.5\r\nEND\r\n");
   // The first call returns early with two records, the second halts at the breakpoint with one.
-  Script("0 1 1 0  .1 .1 .1  .2 .2 .2\n"
-         "T 0 .5 .5 0 .5 .5 0\n"
-         "T 0.5 .4 .5 .1 .5 .5 0\n"
-         "0 1 0 0  .3 .3 .3  .4 .4 .4\n"
-         "T 1.0 .3 .3 .3 .4 .4 .4\n"
-         "0 0 0 0  .9 .9 .9  .9 .9 .9\n"
-         "T 2.0 .9 .9 .9 .9 .9 .9\n");
+  const std::string script = "0 1 1 0  .1 .1 .1  .2 .2 .2\n"
+                             "T 0 .5 .5 0 .5 .5 0\n"
+                             "T 0.5 .4 .5 .1 .5 .5 0\n"
+                             "0 1 0 0  .3 .3 .3  .4 .4 .4\n"
+                             "T 1.0 .3 .3 .3 .4 .4 .4\n"
+                             "0 0 0 0  .9 .9 .9  .9 .9 .9\n"
+                             "T 2.0 .9 .9 .9 .9 .9 .9\n";
+  // Nobody watching: the engine keeps no records and each call gives one point, the start
+  // |00> first.
+  Script(script);
+  RunProgram(ws, ui, 1, kModeRun);
+  ASSERT_EQ(trace().Points.size(), 3u);
+  EXPECT_FALSE(trace().FromEngine);
+  EXPECT_DOUBLE_EQ(trace().Points[0].Q[0], 0.5);
+  EXPECT_DOUBLE_EQ(trace().Points[1].Q[0], 0.1);
+  EXPECT_DOUBLE_EQ(trace().Points[2].Time, 1.0);
+  ResetProgram(ws, ui, 1);
+
+  trace().Wanted = true;  // a trace window is open
+  std::remove((dir.path() + "calls.log").c_str());
+  Script(script);
   RunProgram(ws, ui, 1, kModeRun);
   ASSERT_EQ(ws.Program(1).Status, "Program halted");
   ASSERT_EQ(trace().Points.size(), 3u);

@@ -87,6 +87,7 @@ TEST_F(TraceWindowTest, CurvesFollowTheRunBackAndResetAndExport) {
   ASSERT_NE(z1, nullptr);
   ASSERT_EQ(z1->count(), 3);
   EXPECT_DOUBLE_EQ(z1->at(1).y(), 0);  // <sigma_z> = 1 - 2Q
+  EXPECT_FALSE(w->findChild<QLabel*>(QStringLiteral("CoarseTraceNote"))->isVisibleTo(w));
   EXPECT_EQ(w->series(1, 0), nullptr);
   ASSERT_EQ(w->marker()->count(), 2);
   EXPECT_DOUBLE_EQ(w->marker()->at(0).x(), 2);  // halted after A: t = 2
@@ -191,6 +192,7 @@ TEST_F(PlainEngineTraceTest, WithoutEngineEntriesOnePointPerCallAndNoPopulations
   EXPECT_EQ(drawnWhileBusy, 2);  // the start and the first call, drawn inside the loop
   ASSERT_NE(w->series(1, 0), nullptr);
   EXPECT_EQ(w->series(1, 0)->count(), 3);  // the start and two calls
+  EXPECT_TRUE(w->findChild<QLabel*>(QStringLiteral("CoarseTraceNote"))->isVisibleTo(w));
   EXPECT_DOUBLE_EQ(w->series(1, 0)->at(2).y(), 1 - 2 * 0.2);
   EXPECT_FALSE(w->populationsView()->isEnabled());
   EXPECT_TRUE(w->populationsNote()->text().contains(QStringLiteral("no amplitudes")));
@@ -272,6 +274,7 @@ TEST_F(TraceWindowTest, SpheresShowTheirTrailFadingAndResetClearsIt) {
   const int slot = openProgram(dialogs);
   script("0 1 1 0\nT 0 .5 .5 0 .5 .5 0\nT 1 .2 .5 .5 .5 .5 0\n0 1 0 0 .1 .5 .9 .5 .5 0\nT 2 .1 .5 .9 .5 .5 0\n");
   main->action(QStringLiteral("MenuShowQubits"))->setChecked(true);
+  workbench->showTrace(slot);  // an open trace window: the engine's records, not one per call
   editor(slot).button(kButtonRun)->trigger();
   ASSERT_NE(workbench->qubitWindow(), nullptr);
   ASSERT_EQ(workbench->qubitWindow()->box(1)->trail().size(), 3u);

@@ -135,7 +135,12 @@ TraceWindow* ProgramWorkbench::showTrace(int slot) {
     frame->move(std::max(0, area.width() - frame->width()), 0);
     traces_[slot - 1] = w;
     traceFrames_[slot - 1] = frame;
+    // While the window is open, runs keep a record of every main step for it.
+    connect(frame, &QObject::destroyed, this, [this, slot] {
+      ws_.Traces[static_cast<std::size_t>(slot - 1)].Wanted = false;
+    });
   }
+  ws_.Traces[static_cast<std::size_t>(slot - 1)].Wanted = true;
   w->refresh(true);
   traceFrames_[slot - 1]->show();
   main_.mdi()->setActiveSubWindow(traceFrames_[slot - 1].data());

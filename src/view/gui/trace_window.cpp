@@ -137,7 +137,9 @@ TraceWindow::TraceWindow(Workspace& ws, int slot, QWidget* parent)
 
   // Trace page: chart on the left, choices on the right.
   auto* tracePage = new QWidget;
-  auto* row = new QHBoxLayout(tracePage);
+  auto* traceColumn = new QVBoxLayout(tracePage);
+  auto* row = new QHBoxLayout;
+  traceColumn->addLayout(row, 1);
   chart_ = new QChart;
   chart_->legend()->setAlignment(Qt::AlignBottom);
   axisT_ = new QValueAxis;
@@ -177,6 +179,14 @@ TraceWindow::TraceWindow(Workspace& ws, int slot, QWidget* parent)
   connect(png, &QPushButton::clicked, this, [this] { exportPng(); });
   row->addLayout(side);
   connect(qubits_, &QListWidget::itemChanged, this, [this] { rebuild(); });
+  coarseNote_ = new QLabel(QStringLiteral(
+      "One point per engine call: this run started while the trace window was closed, or the "
+      "engine keeps no step records. Keep this window open when you press Start to see every "
+      "main step."));
+  coarseNote_->setObjectName(QStringLiteral("CoarseTraceNote"));
+  coarseNote_->setWordWrap(true);
+  coarseNote_->hide();
+  traceColumn->addWidget(coarseNote_);
   pages_->addTab(tracePage, QStringLiteral("Trace"));
 
   // Populations page.
@@ -238,6 +248,7 @@ void TraceWindow::refresh(bool force) {
     shownQubits_ = trace.Qubits;
   }
   shownRevision_ = trace.Revision;
+  coarseNote_->setVisible(!trace.FromEngine && trace.Points.size() > 1);
   rebuild();
 }
 

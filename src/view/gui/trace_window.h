@@ -104,6 +104,7 @@ private:
   QBarCategoryAxis* popAxis_ = nullptr;
   QValueAxis* popValues_ = nullptr;
   QLabel* popNote_ = nullptr;
+  QLabel* coarseNote_ = nullptr;  // shown for a run that records one point per engine call
 
   friend class TraceChartView;
 };
