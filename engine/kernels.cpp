@@ -310,10 +310,13 @@ ORVEX_KERNEL void BlockBlochWide(const double* __restrict re, const double* __re
 
 // Two neighbouring bits b, b + 1 (partners s and 2s further, s >= 4) in one pass: each
 // group of four runs A, B, C, D holds the pairs (A, B), (C, D) of bit b and (A, C), (B, D) of
-// bit b + 1, so the block is read once for both. out[0..2] for bit b, out[3..5] for b + 1.
+// bit b + 1, so the block is read once for both. Every sum is a chain of multiply-adds into
+// accumulators of its own (two per sum, so the chains overlap), and the z sums come from
+// the norms of A, B and C. out[0..2] for bit b, out[3..5] for b + 1.
 ORVEX_KERNEL void BlockBlochWide2(const double* __restrict re, const double* __restrict im,
                                   u64 size, u64 s, double* out) {
-  V4 xb = {}, yb = {}, zb = {}, xc = {}, yc = {}, zc = {};
+  V4 xb0 = {}, xb1 = {}, yb0 = {}, yb1 = {}, xc0 = {}, xc1 = {}, yc0 = {}, yc1 = {};
+  V4 na = {}, nb = {}, nc = {};
   for (u64 base = 0; base < size; base += 4 * s)
     for (u64 k = base; k < base + s; k += 4) {
       V4 ar, ai, br, bi, cr, ci, dr, di;
@@ -325,29 +328,43 @@ ORVEX_KERNEL void BlockBlochWide2(const double* __restrict re, const double* __r
       Load4(ci, im + k + 2 * s);
       Load4(dr, re + k + 3 * s);
       Load4(di, im + k + 3 * s);
-      const V4 pa = ar * ar + ai * ai;
-      xb += (ar * br + ai * bi) + (cr * dr + ci * di);
-      yb += (ar * bi - ai * br) + (cr * di - ci * dr);
-      zb += pa + (cr * cr + ci * ci);
-      xc += (ar * cr + ai * ci) + (br * dr + bi * di);
-      yc += (ar * ci - ai * cr) + (br * di - bi * dr);
-      zc += pa + (br * br + bi * bi);
+      xb0 += ar * br;
+      xb1 += ai * bi;
+      xb0 += cr * dr;
+      xb1 += ci * di;
+      yb0 += ar * bi;
+      yb1 -= ai * br;
+      yb0 += cr * di;
+      yb1 -= ci * dr;
+      xc0 += ar * cr;
+      xc1 += ai * ci;
+      xc0 += br * dr;
+      xc1 += bi * di;
+      yc0 += ar * ci;
+      yc1 -= ai * cr;
+      yc0 += br * di;
+      yc1 -= bi * dr;
+      na += ar * ar;
+      na += ai * ai;
+      nb += br * br;
+      nb += bi * bi;
+      nc += cr * cr;
+      nc += ci * ci;
     }
-  out[0] = Sum4(xb);
-  out[1] = Sum4(yb);
-  out[2] = Sum4(zb);
-  out[3] = Sum4(xc);
-  out[4] = Sum4(yc);
-  out[5] = Sum4(zc);
+  out[0] = Sum4(xb0) + Sum4(xb1);
+  out[1] = Sum4(yb0) + Sum4(yb1);
+  out[2] = Sum4(na) + Sum4(nc);
+  out[3] = Sum4(xc0) + Sum4(xc1);
+  out[4] = Sum4(yc0) + Sum4(yc1);
+  out[5] = Sum4(na) + Sum4(nb);
 }
-
 
 // Bits 0 and 1 (partners closer than a vector) in one pass: each group of eight amplitudes
 // holds four pairs of either bit, sorted into lanes by shuffles. out[0..2] for bit 0,
-// out[3..5] for bit 1.
+// out[3..5] for bit 1, out[6] the block's norm.
 ORVEX_KERNEL void BlockBlochNarrow(const double* __restrict re, const double* __restrict im,
                                    u64 size, double* out) {
-  V4 x0 = {}, y0 = {}, z0 = {}, x1 = {}, y1 = {}, z1 = {};
+  V4 x0 = {}, y0 = {}, z0 = {}, x1 = {}, y1 = {}, z1 = {}, n1 = {};
   for (u64 g = 0; g < size; g += 8) {
     V4 ra, rb, ia, ib;
     Load4(ra, re + g);
@@ -360,6 +377,7 @@ ORVEX_KERNEL void BlockBlochNarrow(const double* __restrict re, const double* __
       x0 += ar * br + ai * bi;
       y0 += ar * bi - ai * br;
       z0 += ar * ar + ai * ai;
+      n1 += br * br + bi * bi;
     }
     {
       const V4 ar = ORVEX_SHUFFLE(ra, rb, 0, 1, 4, 5), br = ORVEX_SHUFFLE(ra, rb, 2, 3, 6, 7);
@@ -375,6 +393,7 @@ ORVEX_KERNEL void BlockBlochNarrow(const double* __restrict re, const double* __
   out[3] = Sum4(x1);
   out[4] = Sum4(y1);
   out[5] = Sum4(z1);
+  out[6] = Sum4(z0) + Sum4(n1);
 }
 
 // Blocks of fewer than eight amplitudes (registers of one or two qubits).
@@ -392,14 +411,22 @@ void BlockBlochTiny(const double* re, const double* im, u64 size, u64 s, double*
   out[2] = z;
 }
 
-void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, double* out) {
+// The sums of BlockBloch's bits lo..hi-1 into out[3 (b - lo) + 0..2], and the block's norm
+// into *norm when asked for (taken from the pass over bits 0 and 1 where that is made).
+void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, double* out,
+                double* norm = nullptr) {
+  bool normDone = false;
   for (int b = lo; b < hi; ++b) {
     const u64 s = u64{1} << b;
     double* o = out + 3 * (b - lo);
     if (size < 8 || (b == 1 && lo == 1)) {
       BlockBlochTiny(re, im, size, s, o);
     } else if (b == 0 && hi >= 2) {
-      BlockBlochNarrow(re, im, size, o);
+      double six[7];
+      BlockBlochNarrow(re, im, size, six);
+      std::copy(six, six + 6, o);
+      if (norm) *norm = six[6];
+      normDone = true;
       ++b;
     } else if (s < kLanes) {
       BlockBlochTiny(re, im, size, s, o);
@@ -410,6 +437,7 @@ void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, do
       BlockBlochWide(re, im, size, s, o);
     }
   }
+  if (norm && !normDone) *norm = BlockNorm(re, im, size);
 }
 
 // ---- Tiles: 2^W amplitudes whose indices share every bit outside a set of W bits ----
@@ -698,6 +726,15 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops, i
   for (std::size_t k = 0; k < plan.Pieces(); ++k) plan.ApplyPiece(policy, psi, k);
 }
 
+namespace {
+// The measurement reads a register larger than one tile in two layouts: contiguous tiles of
+// the low qubits, read in place, and gathered tiles of a run of low bits with the high
+// qubits (2^kMeasureRunBits amplitudes per run, so whole cache lines and pages are read; a
+// tile of up to 2^(tileBits + 1) amplitudes, so up to tileBits + 1 - kMeasureRunBits high
+// qubits in one layout, ten with the default tiles: one gathered layout up to 26 qubits).
+constexpr int kMeasureRunBits = 7;
+} // namespace
+
 template <class For>
 Expectations Measure(const For& policy, const StateVector& psi, int tileBits) {
   Expectations e;
@@ -706,61 +743,60 @@ Expectations Measure(const For& policy, const StateVector& psi, int tileBits) {
   if (psi.Empty()) return e;
   // Per qubit: sx, sy, s0 (see BlockBloch), summed over the tasks in task order.
   std::vector<double> sums(3 * static_cast<std::size_t>(n), 0.0);
+  // A register larger than the apply kernels' tile is cut into at least four tiles, so that
+  // every thread gets work.
+  if (n > kTileBits) tileBits = std::min(tileBits, n - 2);
   if (n <= tileBits) {
     // One tile holds the register: one task on the calling thread.
-    BlockBloch(psi.Re(), psi.Im(), psi.Size(), 0, n, sums.data());
-    e.norm2 = BlockNorm(psi.Re(), psi.Im(), psi.Size());
+    BlockBloch(psi.Re(), psi.Im(), psi.Size(), 0, n, sums.data(), &e.norm2);
   } else {
-    // Layout 0: contiguous tiles, the low tileBits qubits, read in place. Layout g > 0: tiles
-    // of a short run of low bits and the g-th group of high qubits, gathered; the group's
-    // bits are the highest of the tile, so its local bits are the top ones.
-    const int minRun = std::min(kMinRunBits, tileBits - 2);
-    const int perGroup = tileBits - minRun;
     struct Layout {
-      Tile tile;
-      int firstQubit, count;  // the qubits measured in it
+      Tile tile;              // empty bits: the contiguous tiles of the low qubits, in place
+      int width;              // tile bits
+      int firstQubit, count;  // the qubits measured in it: the tile's top `count` bits
+      u64 firstTask, tasks;
     };
     std::vector<Layout> layouts;
-    {
+    layouts.push_back({Tile{}, tileBits, 0, tileBits, 0, u64{1} << (n - tileBits)});
+    const int run = std::min(kMeasureRunBits, tileBits / 2);
+    const int perLayout = tileBits + 1 - run;
+    for (int b = tileBits; b < n; b += perLayout) {
+      const int count = std::min(perLayout, n - b);
       std::vector<int> bits;
-      for (int b = 0; b < tileBits; ++b) bits.push_back(b);
-      layouts.push_back({MakeTile(n, bits), 0, tileBits});
-    }
-    for (int b = tileBits; b < n; b += perGroup) {
-      const int count = std::min(perGroup, n - b);
-      std::vector<int> bits;
-      for (int k = 0; k < tileBits - count; ++k) bits.push_back(k);
+      for (int k = 0; k < run; ++k) bits.push_back(k);
       for (int k = 0; k < count; ++k) bits.push_back(b + k);
-      layouts.push_back({MakeTile(n, bits), b, count});
+      const Layout& last = layouts.back();
+      layouts.push_back({MakeTile(n, bits), run + count, b, count, last.firstTask + last.tasks,
+                         u64{1} << (n - run - count)});
     }
-    const u64 tileSize = u64{1} << tileBits;
-    const u64 tiles = u64{1} << (n - tileBits);
-    // Each task's sums: 3 per measured qubit, then the tile's norm.
-    const std::size_t stride = 3 * static_cast<std::size_t>(tileBits) + 1;
-    std::vector<double> partial(layouts.size() * tiles * stride, 0.0);
-    policy.Run(layouts.size() * tiles, [&](u64 task) {
-      const Layout& layout = layouts[task / tiles];
-      const u64 t = task % tiles;
+    const u64 tasks = layouts.back().firstTask + layouts.back().tasks;
+    // Each task's sums: 3 per measured qubit, then (contiguous tiles) the tile's norm.
+    const std::size_t stride = 3 * static_cast<std::size_t>(std::max(tileBits, perLayout)) + 1;
+    std::vector<double> partial(tasks * stride, 0.0);
+    policy.Run(tasks, [&](u64 task) {
+      std::size_t l = 0;
+      while (task >= layouts[l].firstTask + layouts[l].tasks) ++l;
+      const Layout& layout = layouts[l];
+      const u64 t = task - layout.firstTask;
+      const u64 size = u64{1} << layout.width;
       double* out = &partial[task * stride];
-      const double* re = psi.Re() + t * tileSize;
-      const double* im = psi.Im() + t * tileSize;
-      if (task >= tiles) {
-        Buffer& buf = ThreadBuffer();
-        buf.Fit(tileSize);
-        Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.data(),
-               buf.im.data());
-        re = buf.re.data();
-        im = buf.im.data();
+      if (l == 0) {
+        BlockBloch(psi.Re() + t * size, psi.Im() + t * size, size, 0, tileBits, out,
+                   out + 3 * tileBits);
+        return;
       }
-      BlockBloch(re, im, tileSize, tileBits - layout.count, tileBits, out);
-      if (task < tiles) out[3 * layout.count] = BlockNorm(re, im, tileSize);
+      Buffer& buf = ThreadBuffer();
+      buf.Fit(size);
+      Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.data(),
+             buf.im.data());
+      BlockBloch(buf.re.data(), buf.im.data(), size, layout.width - layout.count, layout.width,
+                 out);
     });
-    for (std::size_t l = 0; l < layouts.size(); ++l)
-      for (u64 t = 0; t < tiles; ++t) {
-        const double* in = &partial[(l * tiles + t) * stride];
-        const int count = layouts[l].count;
-        for (int k = 0; k < 3 * count; ++k) sums[3 * layouts[l].firstQubit + k] += in[k];
-        if (l == 0) e.norm2 += in[3 * count];
+    for (const Layout& layout : layouts)
+      for (u64 t = 0; t < layout.tasks; ++t) {
+        const double* in = &partial[(layout.firstTask + t) * stride];
+        for (int k = 0; k < 3 * layout.count; ++k) sums[3 * layout.firstQubit + k] += in[k];
+        if (layout.firstTask == 0) e.norm2 += in[3 * layout.count];
       }
   }
   for (int q = 0; q < n; ++q)

@@ -97,9 +97,9 @@ std::vector<Bloch> SerialBloch(const std::vector<Amp>& v, int n) {
 TYPED_TEST(KernelPolicy, MeasureMatchesTheSerialSums) {
   const TypeParam policy;
   // One tile, and registers of two to four tile layouts (the last group of high qubits
-  // partly filled).
+  // partly filled), and the default tiles of a register split over the threads.
   for (auto [n, tile] : {std::pair{1, 14}, {2, 14}, {3, 14}, {9, 14}, {10, 4}, {13, 5},
-                         {13, 6}, {17, kTileBits}}) {
+                         {13, 6}, {17, kTileBits}, {19, kMeasureTileBits}}) {
     const auto psi0 = RandomAmps(n, 3 + n);
     StateVector s;
     ASSERT_TRUE(s.Allocate(n));
