@@ -14,7 +14,7 @@ install(TARGETS kv3 LIBRARY DESTINATION ${ORVEX_INSTALL_ENGINE_DIR} NAMELINK_SKI
 
 set(orvex_data ${PROJECT_SOURCE_DIR}/data)
 install(DIRECTORY ${orvex_data}/MI ${orvex_data}/progs DESTINATION ${ORVEX_INSTALL_DATA_DIR})
-install(FILES ${orvex_data}/help.htm DESTINATION ${ORVEX_INSTALL_DATA_DIR})
+install(FILES ${orvex_data}/help.htm ${orvex_data}/spin3_chevron.png DESTINATION ${ORVEX_INSTALL_DATA_DIR})
 
 if(TARGET orvex)
   install(FILES ${orvex_data}/desktop/orvex.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)

@@ -64,9 +64,12 @@ void SeedAppDir(const std::string& bundleDir, const std::string& appDir) {
     if (fs::is_directory(from / dir) && !fs::exists(to / dir))
       fs::copy(from / dir, to / dir, fs::copy_options::recursive, ec);
   }
-  std::error_code ec;
-  if (fs::is_regular_file(from / "help.htm") && !fs::exists(to / "help.htm"))
-    fs::copy_file(from / "help.htm", to / "help.htm", ec);
+  // The help page and the picture it shows.
+  for (const char* file : {"help.htm", "spin3_chevron.png"}) {
+    std::error_code ec;
+    if (fs::is_regular_file(from / file) && !fs::exists(to / file))
+      fs::copy_file(from / file, to / file, ec);
+  }
 }
 
 std::string ResolveAppDir(const std::string& home, const std::string& exeDir) {
