@@ -67,12 +67,13 @@ std::vector<std::vector<double>> ParseCsv(const std::string& out) {
 }
 
 void ExpectValues(const std::vector<std::vector<double>>& got,
-                  const std::vector<std::vector<double>>& want, const std::string& what) {
+                  const std::vector<std::vector<double>>& want, const std::string& what,
+                  double tolerance = 1e-6) {
   ASSERT_EQ(got.size(), want.size()) << what;
   for (std::size_t q = 0; q < want.size(); ++q) {
     ASSERT_EQ(want[q].size(), 3u) << what;
     for (int k = 0; k < 3; ++k)
-      EXPECT_NEAR(got[q][k], want[q][k], 1e-6) << what << " qubit " << q + 1 << " component " << k;
+      EXPECT_NEAR(got[q][k], want[q][k], tolerance) << what << " qubit " << q + 1 << " component " << k;
   }
 }
 
@@ -89,7 +90,9 @@ TEST_F(CliRunTest, EveryDemoProgramGivesItsExpectedValues) {
     Result r = Cli("run '" + entry.path().string() + "' --set " + set + " --home '" + home +
                    "' --format csv");
     ASSERT_EQ(r.status, 0) << entry.path() << "\n" << r.err;
-    ExpectValues(ParseCsv(r.out), Expected(expect), entry.path().string());
+    const std::string tolerance = Header(text, "tolerance");
+    ExpectValues(ParseCsv(r.out), Expected(expect), entry.path().string(),
+                 tolerance.empty() ? 1e-6 : std::stod(tolerance));
   }
   EXPECT_GE(programs, 1) << "no demo programs in " << ORVEX_BIN_DIR;
 }

@@ -1,6 +1,8 @@
 // The demo programs of data/progs run against their MI sets as the workbench lays them out
-// (the set's MI files copied beside the program) and end with the Q values their
-// "# expect:" line states.
+// (the set's MI files and callable-program redirects copied beside the program, the programs
+// those redirects name at their place under the data directory) and end with the Q values
+// their "# expect:" line states, within the "# tolerance:" line when there is one.
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -26,6 +28,7 @@ struct Demo {
   fs::path program;
   std::string set;
   std::vector<double> expect;  // Qx Qy Qz per qubit
+  double tolerance = 1e-6;     // a simulated device is only as good as its pulses
 };
 
 std::vector<Demo> Demos() {
@@ -40,6 +43,7 @@ std::vector<Demo> Demos() {
     while (std::getline(in, line)) {
       if (!line.empty() && line.back() == '\r') line.pop_back();
       if (line.rfind("# set: ", 0) == 0) d.set = line.substr(7);
+      if (line.rfind("# tolerance: ", 0) == 0) d.tolerance = std::stod(line.substr(13));
       if (line.rfind("# expect: ", 0) == 0) {
         std::istringstream values(line.substr(10));
         std::string token;
@@ -62,25 +66,34 @@ TEST(DemoPrograms, EndWithTheExpectedQubitStates) {
     const int qubits = std::stoi(ReadAll(set / "qubits.dat"));
     ASSERT_EQ(d.expect.size(), 3u * qubits);
     RunDir dir;
-    for (const auto& f : fs::directory_iterator(set))
-      if (f.path().extension() == ".MI") dir.write(f.path().filename().string(), ReadAll(f.path()));
+    for (const auto& f : fs::directory_iterator(set)) {
+      const std::string name = f.path().filename().string(), text = ReadAll(f.path());
+      if (f.path().extension() == ".MI") dir.write(name, text);
+      if (f.path().extension() != ".MP") continue;
+      dir.write(name, text);
+      // "@progs\dir\name.kvp": the program it names, relative to the data directory.
+      std::string target = text.substr(1, text.find_first_of("\r\n") - 1);
+      std::replace(target.begin(), target.end(), '\\', '/');
+      ASSERT_TRUE(fs::exists(fs::path(ORVEX_SOURCE_DIR) / "data" / target)) << name;
+      dir.write(target, ReadAll(fs::path(ORVEX_SOURCE_DIR) / "data" / target));
+    }
     dir.write(d.program.filename().string(), ReadAll(d.program));
     Simulator sim;
     CallArgs a = RunToEnd(sim, d.program.filename().string());
     ASSERT_EQ(a.status, 0) << dir.read("kv1dll.log");
     ASSERT_EQ(sim.Qubits(), qubits);
     for (int q = 0; q < qubits; ++q) {
-      EXPECT_NEAR(a.x[q], d.expect[3 * q], 1e-6) << "qubit " << q + 1;
-      EXPECT_NEAR(a.y[q], d.expect[3 * q + 1], 1e-6) << "qubit " << q + 1;
-      EXPECT_NEAR(a.z[q], d.expect[3 * q + 2], 1e-6) << "qubit " << q + 1;
+      EXPECT_NEAR(a.x[q], d.expect[3 * q], d.tolerance) << "qubit " << q + 1;
+      EXPECT_NEAR(a.y[q], d.expect[3 * q + 1], d.tolerance) << "qubit " << q + 1;
+      EXPECT_NEAR(a.z[q], d.expect[3 * q + 2], d.tolerance) << "qubit " << q + 1;
     }
   }
 }
 
 TEST(DemoPrograms, SetFilesAreExactlyWhatTheWorkbenchWrites) {
-  for (const char* name : {"ideal2", "ideal3"}) {
+  for (const auto& [name, qubits] : {std::pair{"ideal2", 2}, {"ideal3", 3}, {"spin3", 3}}) {
     const fs::path set = fs::path(ORVEX_SOURCE_DIR) / "data" / "MI" / name;
-    EXPECT_EQ(ReadAll(set / "qubits.dat"), std::string(" ") + name[5] + " \r\n");
+    EXPECT_EQ(ReadAll(set / "qubits.dat"), " " + std::to_string(qubits) + " \r\n");
     EXPECT_NE(ReadAll(set / "INITIALIZE.MI").find("\r\nINITIAL STATE: SPIN UP\r\nEND\r\n"),
               std::string::npos);
     for (const auto& f : fs::directory_iterator(set)) {
@@ -96,7 +109,7 @@ TEST(DemoPrograms, SetFilesAreExactlyWhatTheWorkbenchWrites) {
       // product, which is off in the 15th digit, so take the figure from the header.
       const std::size_t header = text.find("TIME STEP ; ");
       if (header != std::string::npos) mi.TimeStep = std::stod(text.substr(header + 12));
-      EXPECT_EQ(orvex::FormatMI(mi, name[5] - '0', 0.5), text) << f.path();
+      EXPECT_EQ(orvex::FormatMI(mi, qubits, 0.5), text) << f.path();
     }
   }
 }

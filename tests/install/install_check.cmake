@@ -24,7 +24,8 @@ if(NOT rc EQUAL 0)
 endif()
 
 file(GLOB_RECURSE engine ${prefix}/libkv3.so)
-foreach(path bin/orvex-cli share/orvex/progs/bell.kvp share/orvex/MI/ideal2/qubits.dat share/orvex/help.htm)
+foreach(path bin/orvex-cli share/orvex/progs/bell.kvp share/orvex/MI/ideal2/qubits.dat share/orvex/help.htm
+             share/orvex/MI/spin3/CZ12.MP share/orvex/progs/spin3/cz12.kvp share/orvex/spin3_chevron.png)
   if(NOT EXISTS ${prefix}/${path})
     message(FATAL_ERROR "not installed: ${path}")
   endif()
@@ -50,7 +51,9 @@ execute_process(
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "installed orvex-cli failed (${rc}):\n${out}\n${err}")
 endif()
-if(NOT EXISTS ${user}/data/orvex/MI/ideal2/qubits.dat OR NOT EXISTS ${user}/data/orvex/progs/bell.kvp)
+if(NOT EXISTS ${user}/data/orvex/MI/ideal2/qubits.dat OR NOT EXISTS ${user}/data/orvex/progs/bell.kvp
+   OR NOT EXISTS ${user}/data/orvex/MI/spin3/CZ12.MP OR NOT EXISTS ${user}/data/orvex/progs/spin3/cz12.kvp
+   OR NOT EXISTS ${user}/data/orvex/spin3_chevron.png)
   message(FATAL_ERROR "the user's directory ${user}/data/orvex was not seeded from share/orvex")
 endif()
 
