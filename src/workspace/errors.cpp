@@ -17,10 +17,6 @@ void ThrowSubscriptOutOfRange(const std::string& detail) {
 
 void ThrowOverflow() { throw RuntimeError(ErrorNumber::Overflow, "Overflow"); }
 
-void ThrowInvalidProcedureCall() {
-  throw RuntimeError(ErrorNumber::InvalidProcedureCall, "Invalid procedure call or argument");
-}
-
 namespace {
 
 // True when the directory part of `path` exists, so a missing entry is the file itself.

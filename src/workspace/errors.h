@@ -41,7 +41,6 @@ private:
 // The same error with what overflowed, for a full table the user can do something about.
 [[noreturn]] void ThrowSubscriptOutOfRange(const std::string& detail);
 [[noreturn]] void ThrowOverflow();
-[[noreturn]] void ThrowInvalidProcedureCall();
 // A file error for `path`, chosen from errno (ENOENT: File not found / Path not found,
 // EACCES/EROFS/EPERM: Permission denied, ENOSPC: Disk full, else Device I/O error).
 // The description names the file and the system's reason.

@@ -110,10 +110,6 @@ void sQubit::ShowValues(int qubit, double A, double B, double C) {
   box(qubit)->setValues(A, B, C);
 }
 
-void sQubit::Refresh() {
-  for (QubitSphereBox* b : boxes_) b->update();
-}
-
 void sQubit::Frame() {
   if (ws_.AnimateQubits <= 0) return;
   for (QubitSphereBox* b : boxes_) {

@@ -60,8 +60,6 @@ public:
   void ShowValues(int qubit, double A, double B, double C);
   // Lays the boxes out again for the current QubitSize and fits the window around them.
   void Relayout();
-  // Repaints every box with the values it holds (after a reset).
-  void Refresh();
 
   int qubits() const { return static_cast<int>(boxes_.size()); }
   int boxEdge() const { return edge_; }
