@@ -43,8 +43,9 @@ struct AccuracyReport {
   std::vector<QubitAccuracy> qubits;  // every qubit of the set
   double maxDeviation = 0;
   double estimatedError = 0;       // of the qubit with the largest deviation
-  std::vector<MIStepAdvice> steps;  // the MIs the program calls (every MI of the set when it
-                                    // calls another program), by name
+  // The MIs the program calls (every MI of the set when it calls another program) whose
+  // steps change their result (a coupling or an oscillating field over some time), by name.
+  std::vector<MIStepAdvice> steps;
 };
 
 // Checks the program at `programPath` (any path; the workspace's AppDir is the home whose
