@@ -34,6 +34,7 @@
 #include "view/gui/qubit_stripes.h"
 #include "view/qubit_display.h"
 #include "workspace/errors.h"
+#include "workspace/numbers.h"
 #include "workspace/paths.h"
 
 namespace orvex {
@@ -61,11 +62,6 @@ constexpr int kBoxesPerRow = 8;
 
 // The allowance the list gives up for an older platform's window frames; none on ours.
 constexpr int LayoutAllowance() { return 0; }
-
-std::string Upper(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return s;
-}
 
 QMimeData* EncodeProgramRow(int slot, int row) {
   auto* data = new QMimeData;

@@ -21,13 +21,13 @@
 #include "platform/gui/twips.h"
 #include "program/gui/default_pg.h"
 #include "program/program_table.h"
-#include "run/run_controller.h"
-#include "run/run_trace.h"
 #include "run/run_commands.h"
 #include "run/run_controller.h"
 #include "run/run_directory.h"
+#include "run/run_trace.h"
 #include "view/gui/squbit.h"
 #include "workspace/errors.h"
+#include "workspace/numbers.h"
 
 namespace orvex {
 
@@ -325,8 +325,7 @@ void ProgramWorkbench::connectActions() {
 void ProgramWorkbench::clearRunDirectory() {
   withActiveSlot([this](int s) {
     // A program never saved has no directory of its own yet.
-    std::string name = ws_.Program(s).Name;
-    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    const std::string name = Lower(ws_.Program(s).Name);
     if (name.empty() || name == "new") return;
     ClearRunDirectory(ws_, s);
   });
