@@ -6,11 +6,14 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
 
+#include "gui/program_workbench_fixture.h"
 #include "mi/mi_file.h"
+#include "miset/gui/mi_list_window.h"
 #include "run/gui/fidelity_dialog.h"
 #include "support/test_support.h"
 
@@ -53,11 +56,11 @@ protected:
 TEST_F(FidelityDialogTest, CZPulseIsExactUpToZPhasesAndDrawnAsCZ) {
   FidelityDialog d(ws, FidelitySubjectForMI(ws, "CZ"));
   d.show();
-  EXPECT_EQ(d.qubits()->text(), QStringLiteral("1,2"));  // the qubits the MI acts on
+  EXPECT_EQ(d.qubits()->text().toStdString(), "1,2");  // the qubits the MI acts on
   d.target()->setCurrentIndex(d.target()->findData(QStringLiteral("CZ")));
   d.zPhases()->setChecked(true);
   computeIn(d);
-  EXPECT_EQ(d.message()->text(), QString());
+  EXPECT_EQ(d.message()->text().toStdString(), "");
   EXPECT_NEAR(shownFidelity(d), 1.0, 1e-6);
   EXPECT_TRUE(d.phases()->text().contains(QStringLiteral("qubit 2"))) << d.phases()->text().toStdString();
 
@@ -75,7 +78,7 @@ TEST_F(FidelityDialogTest, CZPulseIsExactUpToZPhasesAndDrawnAsCZ) {
   d.target()->setCurrentIndex(d.target()->findData(QStringLiteral("SWAP")));
   computeIn(d);
   EXPECT_NEAR(shownFidelity(d), 0.2, 1e-6);
-  EXPECT_EQ(d.phases()->text(), QString());
+  EXPECT_EQ(d.phases()->text().toStdString(), "");
 }
 
 TEST_F(FidelityDialogTest, UnsavedProgramIsMeasuredAsTheEditorHoldsIt) {
@@ -88,7 +91,7 @@ TEST_F(FidelityDialogTest, UnsavedProgramIsMeasuredAsTheEditorHoldsIt) {
   d.show();
   d.target()->setCurrentIndex(d.target()->findData(QStringLiteral("X")));
   computeIn(d);
-  EXPECT_EQ(d.message()->text(), QString());
+  EXPECT_EQ(d.message()->text().toStdString(), "");
   EXPECT_NEAR(shownFidelity(d), 1.0, 1e-6);
   EXPECT_FALSE(std::filesystem::exists(ws.AppDir + "progs/two.kvp"));
 }
@@ -97,19 +100,71 @@ TEST_F(FidelityDialogTest, FailuresAreShownInTheWindow) {
   FidelityDialog bad(ws, FidelitySubjectForMI(ws, "Nope"));
   bad.show();
   computeIn(bad);
-  EXPECT_EQ(bad.message()->text(),
-            QStringLiteral("orvex-cli fidelity: Nope.MI is neither an MI of the set nor a program file"));
-  EXPECT_EQ(bad.result()->text(), QString());
+  EXPECT_EQ(bad.message()->text().toStdString(),
+            "orvex-cli fidelity: Nope.MI is neither an MI of the set nor a program file");
+  EXPECT_EQ(bad.result()->text().toStdString(), "");
 
   // A two-qubit gate on one qubit is refused before anything runs.
   FidelityDialog d(ws, FidelitySubjectForMI(ws, "CZ"));
   d.qubits()->setText(QStringLiteral("2"));
   d.target()->setCurrentIndex(d.target()->findData(QStringLiteral("CNOT")));
   computeIn(d);
-  EXPECT_EQ(d.message()->text(), QStringLiteral("CNOT compares exactly two qubits."));
+  EXPECT_EQ(d.message()->text().toStdString(), "CNOT compares exactly two qubits.");
   d.qubits()->setText(QStringLiteral("1,3"));
   computeIn(d);
-  EXPECT_EQ(d.message()->text(), QStringLiteral("Qubit 3 is not in the register (qubits 1 to 2)."));
+  EXPECT_EQ(d.message()->text().toStdString(), "Qubit 3 is not in the register (qubits 1 to 2).");
+}
+
+// The context menus open the window on what was clicked. `view` gets a context menu request
+// at `pos`; the entry `entry` is chosen from it; `check` sees the window that opens.
+void ChooseFromContextMenu(QAbstractScrollArea* view, QPoint pos, const QString& entry,
+                           std::function<void(FidelityDialog*)> check) {
+  bool opened = false;
+  QTimer::singleShot(10, [&] {
+    auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+    ASSERT_NE(menu, nullptr) << "no context menu";
+    QAction* a = menu->findChild<QAction*>(entry);
+    ASSERT_NE(a, nullptr) << "no entry " << entry.toStdString();
+    WhenModalShown<FidelityDialog>([&](FidelityDialog* d) {
+      opened = true;
+      check(d);
+      d->reject();
+    });
+    menu->setActiveAction(a);
+    QTest::keyClick(menu, Qt::Key_Return);
+  });
+  emit view->customContextMenuRequested(pos);
+  EXPECT_TRUE(opened) << entry.toStdString();
+}
+
+class FidelityMenuTest : public ProgramWorkbenchTest {};
+
+TEST_F(FidelityMenuTest, ContextMenusOpenTheWindowOnTheRowClicked) {
+  std::filesystem::create_directories(app + "MI");
+  std::filesystem::copy(std::string(ORVEX_SOURCE_DIR) + "/data/MI/ideal2", app + "MI/ideal2");
+  start("ideal2");
+  QListWidget* list = main->miList()->Micro;
+  const QList<QListWidgetItem*> cz = list->findItems(QStringLiteral("CZ"), Qt::MatchExactly);
+  ASSERT_EQ(cz.size(), 1);
+  ChooseFromContextMenu(list, list->visualItemRect(cz.first()).center(), QStringLiteral("MIListFidelity"),
+                        [](FidelityDialog* d) {
+                          EXPECT_EQ(d->qubits()->text().toStdString(), "1,2");
+                          EXPECT_EQ(d->findChild<QLabel*>(QStringLiteral("FidelitySubject"))->text().toStdString(),
+                                    "Fidelity of MI CZ in the set ideal2");
+                        });
+
+  ScriptedDialogs dialogs;
+  const int slot = openThroughMenu(dialogs, writeProgram("progs/p.kvp", {"@Not2.MI", "@CZ.MI"}));
+  ASSERT_GT(slot, 0);
+  DefaultPG& e = editor(slot);
+  const QPoint notRow = e.PG->visualItemRect(e.PG->topLevelItem(1)).center();
+  ChooseFromContextMenu(e.PG, notRow, QStringLiteral("PGFidelityMI"), [](FidelityDialog* d) {
+    EXPECT_EQ(d->qubits()->text().toStdString(), "2");
+  });
+  ChooseFromContextMenu(e.PG, notRow, QStringLiteral("PGFidelityProgram"), [](FidelityDialog* d) {
+    EXPECT_EQ(d->findChild<QLabel*>(QStringLiteral("FidelitySubject"))->text().toStdString(),
+              "Fidelity of program p in the set ideal2");
+  });
 }
 
 } // namespace
