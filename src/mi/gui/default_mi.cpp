@@ -23,6 +23,7 @@
 #include "platform/dialogs.h"
 #include "platform/gui/qt_text.h"
 #include "platform/gui/twips.h"
+#include "run/gui/sweep_window.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
 
@@ -195,6 +196,7 @@ DefaultMI::DefaultMI(Workspace& ws, int miSlot, int editorSlot, QWidget* parent)
              [this] { sameForAllQubits(); });
   gridAction(GridJ, tr("Chain: nearest neighbours only"), QKeySequence(QStringLiteral("Ctrl+Shift+N")),
              [this] { chainCouplings(); });
+  AddSweepCommands(*this);
 
   load();
   for (QLineEdit* e : {NameText, DescriptionText, TimeStepText, MainStepsText, IntermediateStepsText})

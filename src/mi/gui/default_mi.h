@@ -27,6 +27,7 @@ class DefaultMI : public QWidget {
 public:
   DefaultMI(Workspace& ws, int miSlot, int editorSlot, QWidget* parent = nullptr);
 
+  Workspace& workspace() const { return ws_; }
   int miSlot() const { return miSlot_; }
   int editorSlot() const { return editorSlot_; }
   // The record moved to another slot (the table was compacted).

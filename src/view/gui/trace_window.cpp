@@ -3,12 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 
 #include <QBarCategoryAxis>
-#include <QBuffer>
 #include <QBarSeries>
 #include <QBarSet>
 #include <QChart>
@@ -29,6 +25,7 @@
 #include "platform/gui/qt_text.h"
 #include "run/engine_library.h"
 #include "run/run_trace.h"
+#include "view/gui/export_file.h"
 #include "workspace/errors.h"
 #include "workspace/paths.h"
 #include "workspace/workspace.h"
@@ -100,30 +97,6 @@ QColor CurveColor(int qubit, int c) {
 }
 
 const char* kComponentNames[4] = {"x", "y", "z", "|r|"};
-
-// Writes `bytes` to `path` through a temporary file beside it, so a failure leaves what was
-// there before; the reason on failure.
-std::optional<std::string> WriteWhole(const std::string& path, const std::string& bytes) {
-  const std::string temporary = path + ".orvex-tmp";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (!out) return "cannot be created";
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    out.flush();
-    if (!out) {
-      out.close();
-      std::remove(temporary.c_str());
-      return "cannot be written";
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(temporary, path, ec);
-  if (ec) {
-    std::remove(temporary.c_str());
-    return ec.message();
-  }
-  return std::nullopt;
-}
 
 } // namespace
 
@@ -343,12 +316,7 @@ void TraceWindow::exportCsv() {
   request.filter = "CSV file (*.csv)|*.csv|All files (*.*)|*.*";
   request.directory = ws_.FileDialogDir;
   request.fileName = NameWithoutExtension(FileNameOf(ws_.Program(slot_).Name)) + "-trace.csv";
-  request.save = true;
-  const auto path = platform::ChooseFile(request);
-  if (!path) return;
-  if (auto failure = WriteWhole(*path, TraceCsv(ws_.Traces[static_cast<std::size_t>(slot_ - 1)])))
-    platform::MsgBox("The trace could not be saved to " + *path + ": " + *failure,
-                     platform::Icon::Critical);
+  ExportBytes(request, TraceCsv(ws_.Traces[static_cast<std::size_t>(slot_ - 1)]), "The trace");
 }
 
 void TraceWindow::exportPng() {
@@ -357,21 +325,7 @@ void TraceWindow::exportPng() {
   request.filter = "PNG picture (*.png)|*.png|All files (*.*)|*.*";
   request.directory = ws_.FileDialogDir;
   request.fileName = NameWithoutExtension(FileNameOf(ws_.Program(slot_).Name)) + "-trace.png";
-  request.save = true;
-  const auto path = platform::ChooseFile(request);
-  if (!path) return;
-  QByteArray bytes;
-  {
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    view_->grab().save(&buffer, "PNG");
-  }
-  std::optional<std::string> failure;
-  if (bytes.isEmpty()) failure = "the picture could not be made";
-  else failure = WriteWhole(*path, std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
-  if (failure)
-    platform::MsgBox("The picture could not be saved to " + *path + ": " + *failure,
-                     platform::Icon::Critical);
+  ExportPicture(request, view_);
 }
 
 void TraceWindow::refreshPopulations() {
