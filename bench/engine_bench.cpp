@@ -396,6 +396,107 @@ void BM_ChainCallTimes(benchmark::State& state) {
   state.counters["peak x state"] = peak / static_cast<double>(StateVector::BytesFor(n));
 }
 
+// ---- One sub-step against the machine's limits ----
+
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define ORVEX_BENCH_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
+#else
+#define ORVEX_BENCH_CLONES
+#endif
+
+typedef double V8 __attribute__((vector_size(8 * sizeof(double))));
+constexpr int kFmaChains = 12;
+
+// kFmaChains independent chains of fused multiply-adds on eight lanes each: enough chains to
+// cover the instruction's latency on every port, so the loop runs at the cores' peak rate.
+ORVEX_BENCH_CLONES double FmaBurst(long iterations, double seed) {
+  V8 acc[kFmaChains];
+  for (int k = 0; k < kFmaChains; ++k)
+    for (int j = 0; j < 8; ++j) acc[k][j] = seed + 0.001 * (k * 8 + j);
+  V8 a, b;
+  for (int j = 0; j < 8; ++j) a[j] = 0.999999 - 1e-9 * j, b[j] = 1e-7 * (j + 1);
+  for (long i = 0; i < iterations; ++i)
+    for (int k = 0; k < kFmaChains; ++k) acc[k] = acc[k] * a + b;
+  double sum = 0;
+  for (int k = 0; k < kFmaChains; ++k)
+    for (int j = 0; j < 8; ++j) sum += acc[k][j];
+  return sum;
+}
+
+// Fused multiply-adds per second (one per lane) on all the engine's threads, the best of a
+// few tries.
+double PeakFmaRate() {
+  static const double rate = [] {
+    constexpr long kIterations = 1 << 16;
+    constexpr std::uint64_t kTasks = 64;
+    double best = 0;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+      std::vector<double> sink(kTasks);
+      const auto t0 = std::chrono::steady_clock::now();
+      ParallelFor().Run(kTasks, [&](std::uint64_t t) { sink[t] = FmaBurst(kIterations, 1.0 + t); });
+      const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+      benchmark::DoNotOptimize(sink.data());
+      best = std::max(best, static_cast<double>(kTasks) * kIterations * kFmaChains * 8 / s);
+    }
+    return best;
+  }();
+  return rate;
+}
+
+void BM_PeakFma(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(FmaBurst(1 << 16, 1.0));
+  state.counters["GFMA/s all threads"] = PeakFmaRate() / 1e9;
+  state.counters["GFMA/s one thread"] = benchmark::Counter(
+      static_cast<double>(1 << 16) * kFmaChains * 8 / 1e9, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+// One second-order sub-step of the chain (ChainStep) beside its two lower bounds: the
+// compute bound, the factors' multiply-adds at the measured peak rate (a 2x2 complex factor
+// on an amplitude pair is 16 multiply-adds of real numbers, 8 per amplitude and factor), and
+// the memory bound, the bytes the sweeps read and write at the bandwidth of a plain copy of a
+// state of the same size, timed alternately in the same loop. "x bound" is the step's time
+// in units of the larger bound.
+void BM_SubStepBounds(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  StateVector psi, from, to;
+  if (!psi.Allocate(n) || !from.Allocate(n) || !to.Allocate(n)) {
+    state.SkipWithError("cannot allocate the state");
+    return;
+  }
+  SetRandom(psi, 1);
+  SetRandom(from, 2);
+  const auto ops = ChainStep(n);
+  const int sweeps = SweepCount(n, ops);
+  const double peak = PeakFmaRate();
+  using Clock = std::chrono::steady_clock;
+  double stepSeconds = 0, copySeconds = 0;
+  for (auto _ : state) {
+    const auto t0 = Clock::now();
+    CopyState(from, to);
+    benchmark::ClobberMemory();
+    const auto t1 = Clock::now();
+    ApplyOps(ParallelFor(), psi, ops);
+    benchmark::ClobberMemory();
+    const auto t2 = Clock::now();
+    copySeconds += std::chrono::duration<double>(t1 - t0).count();
+    const double s = std::chrono::duration<double>(t2 - t1).count();
+    stepSeconds += s;
+    state.SetIterationTime(s);
+  }
+  const double iterations = static_cast<double>(state.iterations());
+  const double stateBytes = static_cast<double>(StateVector::BytesFor(n));
+  const double copyRate = 2 * stateBytes * iterations / copySeconds;  // bytes per second
+  const double fmas = 8.0 * static_cast<double>(ops.size()) * static_cast<double>(psi.Size());
+  const double computeBound = fmas / peak, memoryBound = 2.0 * sweeps * stateBytes / copyRate;
+  const double step = stepSeconds / iterations;
+  state.counters["sweeps"] = sweeps;
+  state.counters["step ms"] = 1e3 * step;
+  state.counters["compute ms"] = 1e3 * computeBound;
+  state.counters["memory ms"] = 1e3 * memoryBound;
+  state.counters["x compute"] = step / computeBound;
+  state.counters["x bound"] = step / std::max(computeBound, memoryBound);
+}
+
 BENCHMARK(BM_IntermediateStep)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Copy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_BatchedSteps)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -403,6 +504,8 @@ BENCHMARK(BM_LiteralStep)->DenseRange(12, 22, 2)->Unit(benchmark::kMillisecond)-
 BENCHMARK(BM_Measure)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_MeasureVsCopy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
 BENCHMARK(BM_ChainCallTimes)->Arg(22)->Arg(26)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_PeakFma)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SubStepBounds)->DenseRange(16, 24, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
 BENCHMARK(BM_PulseSteps)
     ->ArgsProduct({{20}, {0, 1, 2, 4, 5}})
     ->ArgNames({"qubits", "kind"})
