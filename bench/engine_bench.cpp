@@ -497,6 +497,64 @@ void BM_SubStepBounds(benchmark::State& state) {
   state.counters["x bound"] = step / std::max(computeBound, memoryBound);
 }
 
+// What the trace's records cost a run: a chain of N qubits (fields on every qubit,
+// nearest-neighbour couplings) called 16 times, one intermediate step per call, so that every
+// sub-step ends a main step and is recorded (the worst case: an MI of n intermediate steps
+// pays one record per n sub-steps). Output files off; the run with records on and the run
+// without are timed alternately in one loop. "on / off" is the ratio of their times.
+void BM_TraceRecording(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  BenchDir dir;
+  if (!dir.Ok()) {
+    state.SkipWithError("cannot create a directory");
+    return;
+  }
+  MiSpec chain;
+  chain.qubits = n;
+  chain.intermediateSteps = 1;
+  chain.timeStep = 0.05;
+  chain.fields.resize(n);
+  for (int q = 0; q < n; ++q)
+    chain.fields[q] = {0.3 + 0.01 * q, 0, 0, -0.2, 0, 0, 0.7 - 0.02 * q, 0, 0, 0, 0, 0};
+  for (int q = 1; q < n; ++q) chain.pairs.emplace_back(q, q + 1);
+  dir.Write("chain.MI", chain.Text());
+  std::string program = "!Quantum program progs\\chain.kvp\r\n";
+  for (int k = 0; k < 16; ++k) program += "@chain.MI\r\n";
+  dir.Write("chain.kvp", program);
+  Simulator sim;
+  std::vector<double> times(64), q(64 * 96);
+  using Clock = std::chrono::steady_clock;
+  auto run = [&](bool record) {
+    sim.Trace().SetRecording(record);
+    CallArgs a;
+    a.entry = -1;
+    a.SetProgramName("chain.kvp");
+    const auto t0 = Clock::now();
+    do {
+      sim.Call(a);
+      while (sim.Trace().Take(times.size(), times.data(), q.data()) > 0) {
+      }
+    } while (a.status == 0 && a.flags[0] > 0);
+    const double s = std::chrono::duration<double>(Clock::now() - t0).count();
+    return a.status == 0 ? s : -1.0;
+  };
+  double off = 0, on = 0;
+  for (auto _ : state) {
+    const double a = run(false), b = run(true);
+    if (a < 0 || b < 0) {
+      state.SkipWithError("the run failed");
+      return;
+    }
+    off += a;
+    on += b;
+    state.SetIterationTime(a + b);
+  }
+  const double iterations = static_cast<double>(state.iterations());
+  state.counters["off ms"] = 1e3 * off / iterations;
+  state.counters["on ms"] = 1e3 * on / iterations;
+  state.counters["on / off"] = on / off;
+}
+
 BENCHMARK(BM_IntermediateStep)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Copy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_BatchedSteps)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -511,6 +569,7 @@ BENCHMARK(BM_PulseSteps)
     ->ArgNames({"qubits", "kind"})
     ->Unit(benchmark::kMillisecond)
     ->UseManualTime();
+BENCHMARK(BM_TraceRecording)->DenseRange(16, 20, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
 
 } // namespace
 
