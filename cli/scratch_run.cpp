@@ -87,6 +87,14 @@ std::optional<std::string> SetDirectory(const std::string& home, const std::stri
 std::optional<std::string> ProgramTextFor(const std::string& what, const std::string& setDir,
                                           std::string& error) {
   if (const auto mi = MIFileOf(setDir, what)) return "@" + *mi + "\r\n";
+  // A callable program of the set (its ".MP" redirect), as a program calls it.
+  if (what.find_first_of("/\\") == std::string::npos) {
+    for (const std::string& n : {what, what + ".MP"}) {
+      if (n.size() < 3 || Upper(n.substr(n.size() - 3)) != ".MP") continue;
+      if (const auto found = FindPath(setDir, n); found && FileExists(*found))
+        return "@" + fs::path(*found).filename().string() + "\r\n";
+    }
+  }
   const auto found = ResolvePath(AbsoluteCanonical(what));
   if (!found || !FileExists(*found)) {
     error = what + " is neither an MI of the set nor a program file";

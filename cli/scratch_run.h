@@ -32,7 +32,8 @@ std::optional<std::string> SetDirectory(const std::string& home, const std::stri
                                         std::string& error);
 
 // The program text to run for MI-OR-PROGRAM: "@NAME" when it names an MI of the set (with or
-// without ".MI"), else the text of the program file. nullopt with `error` set.
+// without ".MI") or one of its callable programs (with or without ".MP"), else the text of the
+// program file. nullopt with `error` set.
 std::optional<std::string> ProgramTextFor(const std::string& what, const std::string& setDir,
                                           std::string& error);
 

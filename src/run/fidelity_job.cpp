@@ -104,8 +104,9 @@ std::vector<int> QubitsActedOn(const MicroInstruction& mi, int registerSize) {
 
 FidelitySubject FidelitySubjectForMI(const Workspace& ws, const std::string& name) {
   FidelitySubject s;
-  s.what = Upper(name).ends_with(".MI") ? name : name + ".MI";
-  s.title = "MI " + NameWithoutExtension(s.what);
+  const bool callable = Upper(name).ends_with(".MP");
+  s.what = callable || Upper(name).ends_with(".MI") ? name : name + ".MI";
+  s.title = (callable ? "program " : "MI ") + NameWithoutExtension(s.what);
   s.qubits = {1};
   for (int i = 1; i <= ws.MICount; ++i) {
     const MicroInstruction& mi = ws.MITable(i);

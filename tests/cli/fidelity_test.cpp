@@ -90,6 +90,10 @@ TEST_F(CliFidelityTest, Spin3DeviceGivesTheFidelitiesTheHelpStates) {
   Outcome cz = Fidelity(home + "progs/spin3/cz12.kvp", "spin3", "--qubits 1,2 --target CZ");
   ASSERT_EQ(cz.status, 0) << cz.err;
   EXPECT_NEAR(cz.fidelity, 0.998889431925, 1e-6) << cz.out;
+  // The same program named as the set's entry that calls it (CZ12.MP).
+  Outcome entry = Fidelity("CZ12", "spin3", "--qubits 1,2 --target CZ");
+  ASSERT_EQ(entry.status, 0) << entry.err;
+  EXPECT_EQ(entry.fidelity, cz.fidelity) << entry.out;
 }
 
 TEST_F(CliFidelityTest, OverRotatedRabiPulseMatchesTheClosedForm) {

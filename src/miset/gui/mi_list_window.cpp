@@ -111,11 +111,11 @@ MIList::MIList(Workspace& ws, MISetUi& ui, QWidget* parent) : QWidget(parent), w
   connect(Micro, &MIListView::copyRequested, this, &MIList::copyMI);
   connect(Micro, &MIListView::saveRequested, this, &MIList::saveSet);
   connect(Micro, &MIListView::newRequested, this, &MIList::newMI);
-  // The context menu of an MI row measures the MI against an ideal gate.
+  // The context menu of an MI row (or a callable program's) measures it against an ideal gate.
   Micro->setContextMenuPolicy(Qt::CustomContextMenu);
   connect(Micro, &QWidget::customContextMenuRequested, this, [this](const QPoint& pos) {
     const int slot = SlotOfRow(ws_, Micro->row(Micro->itemAt(pos)));
-    if (slot <= 0 || !IsMIName(ws_.MITable(slot).Name)) return;
+    if (slot <= 0) return;  // an MI or a callable program of the set
     QMenu menu(this);
     QAction* fidelity = menu.addAction(QStringLiteral("Gate fidelity\u2026"));
     fidelity->setObjectName(QStringLiteral("MIListFidelity"));
