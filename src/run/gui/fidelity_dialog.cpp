@@ -1,6 +1,7 @@
 // The gate-fidelity window and its matrix views.
 #include "run/gui/fidelity_dialog.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -13,6 +14,7 @@
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QGridLayout>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHelpEvent>
 #include <QLabel>
@@ -20,6 +22,8 @@
 #include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
 #include <QStandardPaths>
 #include <QTemporaryFile>
 #include <QToolTip>
@@ -265,7 +269,15 @@ FidelityDialog::FidelityDialog(const Workspace& ws, FidelitySubject subject, QWi
     grid->addWidget(views_[i], row + 1, column, Qt::AlignLeft | Qt::AlignTop);
   }
   grid->setColumnStretch(2, 1);
-  layout->addLayout(grid, 1);
+  grid->setRowStretch(4, 1);  // the matrices stay at the top of their area
+  // Four-qubit maps are large: the matrices scroll rather than push the window off the screen.
+  auto* matrices = new QWidget;
+  matrices->setLayout(grid);
+  auto* scroll = new QScrollArea;
+  scroll->setWidget(matrices);
+  scroll->setWidgetResizable(true);
+  scroll->setFrameShape(QFrame::NoFrame);
+  layout->addWidget(scroll, 1);
 
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
   connect(buttons, &QDialogButtonBox::rejected, this, &FidelityDialog::reject);
@@ -428,7 +440,11 @@ QString FidelityCommandPath() {
 
 void ShowFidelityDialog(QWidget* parent, const Workspace& ws, const FidelitySubject& subject) {
   FidelityDialog dialog(ws, subject, parent);
-  dialog.resize(720, 560);
+  // Room for two-qubit matrices without scrolling, never taller than the screen.
+  int height = 780;
+  if (const QScreen* screen = parent ? parent->screen() : QGuiApplication::primaryScreen())
+    height = std::min(height, screen->availableGeometry().height() - 60);
+  dialog.resize(720, std::max(height, 400));
   dialog.exec();
 }
 
