@@ -268,15 +268,6 @@ private:
   std::chrono::steady_clock::time_point last_{};
 };
 
-// Reads the set's MIs and callable programs into the table exactly as the workbench does on
-// opening; what the workbench would report in a box arrives on standard error.
-void LoadSet(Workspace& ws) {
-  RemoveStaleTemporaries(ws.MISetPath);
-  ReadQubitsFile(ws);
-  LoadMIFiles(ws);
-  LoadCallablePrograms(ws);
-}
-
 std::string Number(double v) {
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%.15g", v);
@@ -468,7 +459,7 @@ int Run(const Args& args) {
     const auto setDir = SetDirectoryOf(options, ws.AppDir);
     if (!setDir) return kFailure;
     ws.MISetPath = *setDir;
-    LoadSet(ws);
+    LoadSetFiles(ws);  // as the workbench opens it; its boxes arrive as messages
 
     const auto found = ResolvePath(Absolute(options.program));
     if (!found || !FileExists(*found))

@@ -151,14 +151,6 @@ struct SetData {
   std::string name;
 };
 
-// Reads the set's MIs and callable programs exactly as the workbench does on opening.
-void LoadSet(Workspace& ws) {
-  RemoveStaleTemporaries(ws.MISetPath);
-  ReadQubitsFile(ws);
-  LoadMIFiles(ws);
-  LoadCallablePrograms(ws);
-}
-
 class MISet;
 
 class MI {
@@ -237,7 +229,7 @@ public:
     data_->home = WithSlash(fs::path(dir).parent_path().parent_path().parent_path().string());
     data_->ws.AppDir = data_->home;
     Guarded([&] {
-      LoadSet(data_->ws);
+      LoadSetFiles(data_->ws);
       return 0;
     });
   }
@@ -447,7 +439,7 @@ RunResult RunToEndOfProgram(const py::object& program, const py::object& set,
   ws.Traces[slot - 1].Wanted = trace;
   KeepCurrentDirectory keep;
   RunResult result = Guarded([&] {
-    LoadSet(ws);
+    LoadSetFiles(ws);  // as the workbench opens it; its boxes arrive as messages
     const auto rows = ReadProgramForOpening(path);
     if (!rows) return RunResult{};
     ProgramSlot& p = ws.Program(slot);

@@ -154,6 +154,16 @@ void LoadCallablePrograms(Workspace& ws) {
   }
 }
 
+void LoadSetFiles(Workspace& ws) {
+  // Temporaries of writes that a crash or a kill interrupted go; the files they were for
+  // still hold their last complete content.
+  RemoveStaleTemporaries(ws.MISetPath);
+  ReadQubitsFile(ws);
+  LoadMIFiles(ws);
+  LoadCallablePrograms(ws);
+  EnsureInitializeMI(ws);
+}
+
 void OpenMISet(Workspace& ws, MISetUi& ui) {
   if (RefuseWhileProgramRuns(ws)) return;
   if (!CloseAllMIEditors(ws, ui)) return;
@@ -173,14 +183,8 @@ void OpenMISet(Workspace& ws, MISetUi& ui) {
   if (!IsSeparator(ws.MISetPath.back())) ws.MISetPath += "/";
   ws.MIList.Caption = "Set: " + SetNameOf(ws.MISetPath);
 
-  // Temporaries of writes that a crash or a kill interrupted go; the files they were for
-  // still hold their last complete content.
-  RemoveStaleTemporaries(ws.MISetPath);
-  ReadQubitsFile(ws);
   try {
-    LoadMIFiles(ws);
-    LoadCallablePrograms(ws);
-    EnsureInitializeMI(ws);
+    LoadSetFiles(ws);
   } catch (...) {
     // A full table leaves the records loaded so far; show them before the error is reported.
     ui.miSlotsMoved(RefreshMIList(ws));

@@ -39,6 +39,12 @@ void LoadMIFiles(Workspace& ws);
 // Loads every ".MP" entry; an entry whose program file is missing is reported and dropped.
 void LoadCallablePrograms(Workspace& ws);
 
+// The files of the set at MISetPath into an empty MI table: stale temporaries removed,
+// qubits.dat, every ".MI" file and ".MP" entry, and an INITIALIZE MI made when there is none.
+// The workbench's opening and the command line's and scripts' runs all read a set this way.
+// Throws the subscript error once 500 records are in use (the slots loaded so far stay).
+void LoadSetFiles(Workspace& ws);
+
 // OpenMISet: the whole opening sequence; afterwards a set is open (at start-up always).
 void OpenMISet(Workspace& ws, MISetUi& ui);
 

@@ -116,9 +116,7 @@ std::vector<std::array<double, 3>> RunToEnd(const std::string& home, const std::
   Workspace ws;
   ws.AppDir = home;
   ws.MISetPath = setDir;
-  ReadQubitsFile(ws);
-  LoadMIFiles(ws);
-  LoadCallablePrograms(ws);
+  LoadSetFiles(ws);
   const auto rows = ReadProgramForOpening(home + program);
   if (!rows) {
     dialogs.failed = true;

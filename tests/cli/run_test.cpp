@@ -106,12 +106,15 @@ TEST_F(CliRunTest, BreakpointsAndCallablePrograms) {
   dir.write("home/MI/ideal2/ghost.MP", "@progs/ghost.kvp\r\n");
   dir.write("home/progs/calls.kvp", "!Quantum program progs/calls.kvp\r\n@bellcall.MP\r\n");
   const std::vector<std::vector<double>> bell = {{.5, .5, .5}, {.5, .5, .5}};
+  // The set is opened as the workbench opens it: a set without INITIALIZE gets one.
+  fs::remove(home + "MI/ideal2/INITIALIZE.MI");
 
   Result stops = Cli("run progs/bell_stops.kvp --set ideal2 --format csv", "cd '" + home + "' && ORVEX_HOME='" + home + "'");
   ASSERT_EQ(stops.status, 0) << stops.err;
   EXPECT_NE(stops.err.find("halted at breakpoint 1\nhalted at breakpoint 2\n"), std::string::npos)
       << stops.err;
   ExpectValues(ParseCsv(stops.out), bell, "bell_stops");
+  EXPECT_TRUE(dir.exists("home/MI/ideal2/Initialize.mi"));
 
   Result calls = Cli("run '" + home + "progs/calls.kvp' --set IDEAL2 --home '" + home + "' --format csv");
   ASSERT_EQ(calls.status, 0) << calls.err;
