@@ -480,4 +480,11 @@ void DefaultMI::closeEvent(QCloseEvent* event) {
   finish();
 }
 
+// The undo stack goes first: clearing it as a child of the base widget would signal this
+// editor after its own part is gone.
+DefaultMI::~DefaultMI() {
+  QObject::disconnect(undo_, nullptr, this, nullptr);
+  delete undo_;
+}
+
 } // namespace orvex

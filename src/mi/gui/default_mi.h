@@ -26,6 +26,7 @@ class DefaultMI : public QWidget {
   Q_OBJECT
 public:
   DefaultMI(Workspace& ws, int miSlot, int editorSlot, QWidget* parent = nullptr);
+  ~DefaultMI() override;
 
   Workspace& workspace() const { return ws_; }
   int miSlot() const { return miSlot_; }

@@ -610,4 +610,11 @@ void DefaultPG::openRowInMIEditor(int row) {
   });
 }
 
+// The undo stack goes first: clearing it as a child of the base widget would signal this
+// editor after its own part is gone.
+DefaultPG::~DefaultPG() {
+  QObject::disconnect(undo_, nullptr, this, nullptr);
+  delete undo_;
+}
+
 } // namespace orvex

@@ -58,6 +58,7 @@ class DefaultPG : public QWidget {
 public:
   // `runUi` receives the hooks of the operations started here; `miSetUi` opens MI editors.
   DefaultPG(Workspace& ws, RunUi& runUi, MISetUi& miSetUi, int slot, QWidget* parent = nullptr);
+  ~DefaultPG() override;
 
   int slot() const { return slot_; }
 
