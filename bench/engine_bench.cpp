@@ -254,6 +254,41 @@ struct MiSpec {
   }
 };
 
+// Static fields on every qubit of `mi` (x, y and z, each qubit a little different) and, with
+// `groupSize` 1, the whole nearest-neighbour chain; otherwise chains of `groupSize` qubits
+// that nothing couples to each other.
+void AddChain(MiSpec& mi, int groupSize = 1) {
+  mi.fields.assign(static_cast<std::size_t>(mi.qubits), {});
+  for (int q = 0; q < mi.qubits; ++q)
+    mi.fields[static_cast<std::size_t>(q)] = {0.3 + 0.01 * q, 0, 0, -0.2, 0, 0, 0.7 - 0.02 * q,
+                                              0, 0, 0, 0, 0};
+  for (int q = 1; q < mi.qubits; ++q)
+    if (groupSize == 1 || q % groupSize != 0) mi.pairs.emplace_back(q, q + 1);
+}
+
+// Times `first` and `second` (each returns its seconds, < 0 on failure) alternately in one
+// loop, so that a busy machine slows both alike; counters "<name> ms" for each and `ratio`,
+// second over first.
+template <class First, class Second>
+void TimeSideBySide(benchmark::State& state, First first, Second second, const std::string& firstName,
+                    const std::string& secondName, const std::string& ratio) {
+  double a = 0, b = 0;
+  for (auto _ : state) {
+    const double x = first(), y = second();
+    if (x < 0 || y < 0) {
+      state.SkipWithError("the run failed");
+      return;
+    }
+    a += x;
+    b += y;
+    state.SetIterationTime(x + y);
+  }
+  const double iterations = static_cast<double>(state.iterations());
+  state.counters[firstName + " ms"] = 1e3 * a / iterations;
+  state.counters[secondName + " ms"] = 1e3 * b / iterations;
+  state.counters[ratio] = b / a;
+}
+
 // One main step of a pulse on `qubits` qubits with 1 and with 100 intermediate steps, timed
 // alternately in the same loop (a busy machine slows both alike). Kind 0: an oscillating
 // field on qubit 1 only, no couplings (the other qubits idle); kind 1: the chain above
@@ -279,14 +314,10 @@ void BM_PulseSteps(benchmark::State& state) {
     pulse.qubits = n;
     pulse.intermediateSteps = steps;
     pulse.timeStep = 0.8;
-    pulse.fields.resize(n);
     if (kind > 0) {
-      for (int q = 0; q < n; ++q)
-        pulse.fields[q] = {0.3 + 0.01 * q, 0, 0, -0.2, 0, 0, 0.7 - 0.02 * q, 0, 0, 0, 0, 0};
-      // The chain, or chains of `kind` qubits that nothing couples to each other.
-      for (int q = 1; q < n; ++q)
-        if (kind == 1 || q % kind != 0) pulse.pairs.emplace_back(q, q + 1);
+      AddChain(pulse, kind);
     } else {
+      pulse.fields.resize(n);
       pulse.fields[0] = {0, 0.9, 1.7, 0, 0, 0, 0.6, 0, 0, 0.2, 0, 0};
     }
     dir.Write("pulse" + std::to_string(steps) + ".MI", pulse.Text());
@@ -312,21 +343,8 @@ void BM_PulseSteps(benchmark::State& state) {
     const double s = std::chrono::duration<double>(Clock::now() - t0).count();
     return a.status == 0 ? s : -1.0;
   };
-  double one = 0, hundred = 0;
-  for (auto _ : state) {
-    const double a = pulse("p1.kvp"), b = pulse("p100.kvp");
-    if (a < 0 || b < 0) {
-      state.SkipWithError("the run failed");
-      return;
-    }
-    one += a;
-    hundred += b;
-    state.SetIterationTime(a + b);
-  }
-  const double iterations = static_cast<double>(state.iterations());
-  state.counters["1-step ms"] = 1e3 * one / iterations;
-  state.counters["100-step ms"] = 1e3 * hundred / iterations;
-  state.counters["x 1-step"] = hundred / one;
+  TimeSideBySide(state, [&] { return pulse("p1.kvp"); }, [&] { return pulse("p100.kvp"); },
+                 "1-step", "100-step", "x 1-step");
 }
 
 // The calls of a run in run mode, as the workbench makes them: the XYZ chain of the QuTiP
@@ -513,10 +531,7 @@ void BM_TraceRecording(benchmark::State& state) {
   chain.qubits = n;
   chain.intermediateSteps = 1;
   chain.timeStep = 0.05;
-  chain.fields.resize(n);
-  for (int q = 0; q < n; ++q)
-    chain.fields[q] = {0.3 + 0.01 * q, 0, 0, -0.2, 0, 0, 0.7 - 0.02 * q, 0, 0, 0, 0, 0};
-  for (int q = 1; q < n; ++q) chain.pairs.emplace_back(q, q + 1);
+  AddChain(chain);
   dir.Write("chain.MI", chain.Text());
   std::string program = "!Quantum program progs\\chain.kvp\r\n";
   for (int k = 0; k < 16; ++k) program += "@chain.MI\r\n";
@@ -538,21 +553,8 @@ void BM_TraceRecording(benchmark::State& state) {
     const double s = std::chrono::duration<double>(Clock::now() - t0).count();
     return a.status == 0 ? s : -1.0;
   };
-  double off = 0, on = 0;
-  for (auto _ : state) {
-    const double a = run(false), b = run(true);
-    if (a < 0 || b < 0) {
-      state.SkipWithError("the run failed");
-      return;
-    }
-    off += a;
-    on += b;
-    state.SetIterationTime(a + b);
-  }
-  const double iterations = static_cast<double>(state.iterations());
-  state.counters["off ms"] = 1e3 * off / iterations;
-  state.counters["on ms"] = 1e3 * on / iterations;
-  state.counters["on / off"] = on / off;
+  TimeSideBySide(state, [&] { return run(false); }, [&] { return run(true); }, "off", "on",
+                 "on / off");
 }
 
 BENCHMARK(BM_IntermediateStep)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
