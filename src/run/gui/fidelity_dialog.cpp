@@ -7,7 +7,6 @@
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QCoreApplication>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QDoubleSpinBox>
@@ -24,13 +23,13 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollArea>
-#include <QStandardPaths>
 #include <QTemporaryFile>
 #include <QToolTip>
 #include <QVBoxLayout>
 
 #include "miset/open_miset.h"
 #include "platform/gui/qt_text.h"
+#include "run/gui/orvex_cli.h"
 
 namespace orvex {
 
@@ -331,7 +330,7 @@ void FidelityDialog::compute() {
     return failed(t.qubits == 2 ? QStringLiteral("%1 compares exactly two qubits.").arg(QString::fromUtf8(t.label))
                                 : platform::FromBytes(error));
   }
-  const QString command = FidelityCommandPath();
+  const QString command = OrvexCliPath();
   if (command.isEmpty()) return failed(QStringLiteral("orvex-cli was not found beside the workbench."));
 
   FidelityRequest request;
@@ -430,12 +429,6 @@ void FidelityDialog::stopProcess() {
 void FidelityDialog::reject() {
   stopProcess();
   QDialog::reject();
-}
-
-QString FidelityCommandPath() {
-  const QString beside = QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("orvex-cli"));
-  if (QFileInfo(beside).isExecutable()) return beside;
-  return QStandardPaths::findExecutable(QStringLiteral("orvex-cli"));
 }
 
 void ShowFidelityDialog(QWidget* parent, const Workspace& ws, const FidelitySubject& subject) {

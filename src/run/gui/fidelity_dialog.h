@@ -111,10 +111,6 @@ private:
   bool cancelled_ = false;
 };
 
-// The path of orvex-cli: beside the running executable, else on the search path; "" when
-// neither has it.
-QString FidelityCommandPath();
-
 // Shows the dialog for `subject` as a modal window.
 void ShowFidelityDialog(QWidget* parent, const Workspace& ws, const FidelitySubject& subject);
 

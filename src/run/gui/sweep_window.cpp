@@ -12,7 +12,6 @@
 #include <QChart>
 #include <QChartView>
 #include <QComboBox>
-#include <QCoreApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
@@ -38,6 +37,7 @@
 #include "miset/open_miset.h"
 #include "platform/dialogs.h"
 #include "platform/gui/qt_text.h"
+#include "run/gui/orvex_cli.h"
 #include "view/gui/export_file.h"
 #include "view/gui/heat_map.h"
 #include "workspace/numbers.h"
@@ -433,10 +433,10 @@ bool SweepWindow::run() {
   }
   const auto args = sweepArguments();
   if (!args) return false;
-  const QString cli = QCoreApplication::applicationDirPath() + QStringLiteral("/orvex-cli");
-  if (!QFileInfo(cli).isExecutable()) {
-    platform::MsgBox("Sweeps are run by orvex-cli beside the workbench, and " + platform::ToBytes(cli) +
-                         " is missing.",
+  const QString cli = OrvexCliPath();
+  if (cli.isEmpty()) {
+    platform::MsgBox("Sweeps are run by orvex-cli, which is neither beside the workbench nor on "
+                     "the search path.",
                      platform::Icon::Critical);
     return false;
   }
