@@ -26,8 +26,6 @@ namespace {
 
 constexpr int kFailure = 2;
 constexpr int kMaxChosen = 4;
-const char* kPrepareName = "orvex-prepare.MI";
-const char* kProgramName = "orvex-fidelity.kvp";
 
 int Fail(const std::string& message) {
   std::fprintf(stderr, "orvex-cli fidelity: %s\n", message.c_str());
@@ -131,30 +129,14 @@ int Fidelity(const Args& args) {
   ScratchSet scratch(*homeDir, *setDir);
   if (!scratch.Ok()) return Fail(scratch.Error());
 
-  GateMatrix m(d);
+  std::optional<GateMatrix> map;
   try {
-    WriteWholeFile(scratch.Dir() + kProgramName,
-                   std::string("@") + kPrepareName + "\r\n" + *program);
-    for (int j = 0; j < d; ++j) {
-      WriteWholeFile(scratch.Dir() + kPrepareName, PrepareMI(qubits, j, kPrepareName));
-      engine::Simulator sim;
-      std::vector<std::array<double, 3>> q;
-      if (!RunToEnd(sim, scratch.Dir(), kProgramName, order, q, error)) return Fail(error);
-      const engine::StateVector* psi = sim.State();
-      if (!psi) return Fail("the engine holds no state after the run");
-      Complex phase = 1;
-      for (int t = 0; t < k; ++t)
-        if ((j >> (k - 1 - t)) & 1) phase *= Complex(0, 1);
-      for (int r = 0; r < d; ++r) {
-        std::uint64_t index = 0;
-        for (int t = 0; t < k; ++t)
-          if ((r >> (k - 1 - t)) & 1) index |= std::uint64_t{1} << (qubits[static_cast<std::size_t>(t)] - 1);
-        m(r, j) = index < psi->Size() ? psi->Get(index) / phase : Complex(0);
-      }
-    }
+    map = GateMap(scratch, *program, qubits, order, error);
   } catch (const RuntimeError& e) {
     return Fail(e.description());
   }
+  if (!map) return Fail(error);
+  const GateMatrix& m = *map;
 
   for (int r = 0; r < d; ++r) {
     std::string line;

@@ -210,4 +210,35 @@ bool RunToEnd(engine::Simulator& sim, const std::string& dir, const std::string&
   return ok;
 }
 
+std::optional<GateMatrix> GateMap(const ScratchSet& scratch, const std::string& programText,
+                                  const std::vector<int>& qubits, int order, std::string& error) {
+  const char* prepareName = "orvex-prepare.MI";
+  const char* programName = "orvex-fidelity.kvp";
+  const int k = static_cast<int>(qubits.size()), d = 1 << k;
+  GateMatrix m(d);
+  WriteWholeFile(scratch.Dir() + programName, std::string("@") + prepareName + "\r\n" + programText);
+  for (int j = 0; j < d; ++j) {
+    WriteWholeFile(scratch.Dir() + prepareName, PrepareMI(qubits, j, prepareName));
+    engine::Simulator sim;
+    std::vector<std::array<double, 3>> q;
+    if (!RunToEnd(sim, scratch.Dir(), programName, order, q, error)) return std::nullopt;
+    const engine::StateVector* psi = sim.State();
+    if (!psi) {
+      error = "the engine holds no state after the run";
+      return std::nullopt;
+    }
+    // The preparation leaves i^(flips) |j>: that phase is not the pulse's.
+    Complex phase = 1;
+    for (int t = 0; t < k; ++t)
+      if ((j >> (k - 1 - t)) & 1) phase *= Complex(0, 1);
+    for (int r = 0; r < d; ++r) {
+      std::uint64_t index = 0;
+      for (int t = 0; t < k; ++t)
+        if ((r >> (k - 1 - t)) & 1) index |= std::uint64_t{1} << (qubits[static_cast<std::size_t>(t)] - 1);
+      m(r, j) = index < psi->Size() ? psi->Get(index) / phase : Complex(0);
+    }
+  }
+  return m;
+}
+
 } // namespace orvex::cli

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "engine/simulator.h"
+#include "run/fidelity.h"
 
 namespace orvex::cli {
 
@@ -58,6 +59,13 @@ public:
 private:
   std::string dir_, error_;
 };
+
+// The map the program `programText` performs on the chosen qubits (the first listed the most
+// significant bit), the other qubits starting in |0> and projected back onto it: one run in
+// `scratch` from each basis state of the chosen qubits, prepared by PrepareMI, with the
+// integrator of `order`. nullopt with `error` set; throws the file errors.
+std::optional<GateMatrix> GateMap(const ScratchSet& scratch, const std::string& programText,
+                                  const std::vector<int>& qubits, int order, std::string& error);
 
 // Runs `program` (a file name inside `dir`) to its end, through every breakpoint, with the
 // integrator of `order` (2 or 4), the current directory set to `dir` for the run and put back

@@ -572,35 +572,15 @@ py::tuple Fidelity(const py::object& what, const py::object& set, const std::vec
                                : py::isinstance<Program>(what) ? what.cast<const Program&>().path
                                                                : std::string(py::str(what));
   const Place place = PlaceOf(set, home);
-  const char* prepareName = "orvex-prepare.MI";
-  const char* programName = "orvex-fidelity.kvp";
-  GateMatrix m(d);
-  Guarded([&] {
+  const GateMatrix m = Guarded([&] {
     std::string why;
     const auto program = cli::ProgramTextFor(whatText, place.setDir, why);
     if (!program) throw Error(why);
     cli::ScratchSet scratch(place.home, place.setDir);
     if (!scratch.Ok()) throw Error(scratch.Error());
-    WriteWholeFile(scratch.Dir() + programName, std::string("@") + prepareName + "\r\n" + *program);
-    for (int j = 0; j < d; ++j) {
-      WriteWholeFile(scratch.Dir() + prepareName, PrepareMI(qubits, j, prepareName));
-      engine::Simulator sim;
-      std::vector<std::array<double, 3>> q;
-      if (!cli::RunToEnd(sim, scratch.Dir(), programName, order, q, why)) throw Error(why);
-      const engine::StateVector* psi = sim.State();
-      if (!psi) throw Error("the engine holds no state after the run");
-      Complex phase = 1;
-      for (int t = 0; t < k; ++t)
-        if ((j >> (k - 1 - t)) & 1) phase *= Complex(0, 1);
-      for (int r = 0; r < d; ++r) {
-        std::uint64_t index = 0;
-        for (int t = 0; t < k; ++t)
-          if ((r >> (k - 1 - t)) & 1)
-            index |= std::uint64_t{1} << (qubits[static_cast<std::size_t>(t)] - 1);
-        m(r, j) = index < psi->Size() ? psi->Get(index) / phase : Complex(0);
-      }
-    }
-    return 0;
+    auto map = cli::GateMap(scratch, *program, qubits, order, why);
+    if (!map) throw Error(why);
+    return *map;
   });
   double f = AverageGateFidelity(m, *u);
   if (zPhases) f = OptimiseZPhases(m, *u).fidelity;
