@@ -592,47 +592,6 @@ void ApplyLiteral(const For& policy, StateVector& psi, const Op& op) {
   });
 }
 
-template <class For>
-void ApplyGroup(const For& policy, StateVector& psi, const std::vector<int>& bits,
-                const std::vector<Amp>& matrix) {
-  double* re = psi.Re();
-  double* im = psi.Im();
-  const int k = static_cast<int>(bits.size());
-  const u64 dim = u64{1} << k;
-  std::vector<int> sorted = bits;
-  std::sort(sorted.begin(), sorted.end());
-  std::vector<u64> offset(dim, 0);
-  for (u64 l = 0; l < dim; ++l)
-    for (int j = 0; j < k; ++j)
-      if (l >> j & 1) offset[l] |= u64{1} << bits[j];
-  // Iterate over the indices with the group's bits clear; task c takes a fixed range.
-  const int freeBits = psi.Qubits() - k;
-  const int chunkBits = std::min(kChunkBits, freeBits);
-  const u64 tasks = u64{1} << (freeBits - chunkBits);
-  policy.Run(tasks, [&](u64 c) {
-    double xr[64], xi[64];
-    const u64 begin = c << chunkBits, end = (c + 1) << chunkBits;
-    for (u64 r = begin; r < end; ++r) {
-      u64 base = r;
-      for (int b : sorted) base = ((base >> b) << (b + 1)) | (base & ((u64{1} << b) - 1));
-      for (u64 l = 0; l < dim; ++l) {
-        xr[l] = re[base | offset[l]];
-        xi[l] = im[base | offset[l]];
-      }
-      for (u64 row = 0; row < dim; ++row) {
-        double yr = 0, yi = 0;
-        for (u64 col = 0; col < dim; ++col) {
-          const Amp m = matrix[col * dim + row];
-          yr += m.real() * xr[col] - m.imag() * xi[col];
-          yi += m.real() * xi[col] + m.imag() * xr[col];
-        }
-        re[base | offset[row]] = yr;
-        im[base | offset[row]] = yi;
-      }
-    }
-  });
-}
-
 int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits) {
   if (ops.empty()) return 0;
   if (qubits <= tileBits) return 1;
@@ -817,10 +776,6 @@ template void ApplyLiteral<SequentialFor>(const SequentialFor&, StateVector&, co
 template void ApplyOps<ParallelFor>(const ParallelFor&, StateVector&, const std::vector<Op>&, int);
 template void ApplyOps<SequentialFor>(const SequentialFor&, StateVector&, const std::vector<Op>&,
                                       int);
-template void ApplyGroup<ParallelFor>(const ParallelFor&, StateVector&, const std::vector<int>&,
-                                      const std::vector<Amp>&);
-template void ApplyGroup<SequentialFor>(const SequentialFor&, StateVector&,
-                                        const std::vector<int>&, const std::vector<Amp>&);
 template Expectations Measure<ParallelFor>(const ParallelFor&, const StateVector&, int);
 template Expectations Measure<SequentialFor>(const SequentialFor&, const StateVector&, int);
 template void OpsPlan::ApplyPiece<ParallelFor>(const ParallelFor&, StateVector&,

@@ -63,12 +63,6 @@ private:
   std::shared_ptr<const Impl> impl_;
 };
 
-// Applies a dense 2^k x 2^k matrix (column-major: matrix[col * 2^k + row]) on the qubits at
-// `bits` (local bit j of the matrix's index is state bit bits[j]) in one sweep, k <= 6.
-template <class For>
-void ApplyGroup(const For& policy, StateVector& psi, const std::vector<int>& bits,
-                const std::vector<Amp>& matrix);
-
 // Number of full sweeps ApplyOps makes for `ops` on n qubits (the benchmark's byte count).
 int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits = kTileBits);
 
