@@ -13,7 +13,7 @@
 #include <QStatusBar>
 #include <QToolBar>
 
-#include "app/icons.h"
+#include "platform/gui/icons.h"
 #include "mi/gui/default_mi.h"
 #include "miset/gui/mi_list_window.h"
 #include "miset/gui/set_dialogs.h"

@@ -7,7 +7,7 @@
 #include <QToolBar>
 #include <QVBoxLayout>
 
-#include "app/icons.h"
+#include "platform/gui/icons.h"
 #include "miset/add_program.h"
 #include "miset/gui/mirow_mime.h"
 #include "miset/mi_commands.h"

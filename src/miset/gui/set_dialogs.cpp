@@ -12,7 +12,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include "app/icons.h"
+#include "platform/gui/icons.h"
 #include "miset/set_commands.h"
 #include "miset/set_qubits.h"
 #include "platform/gui/qt_text.h"

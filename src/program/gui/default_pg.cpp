@@ -18,7 +18,7 @@
 #include <QUndoCommand>
 #include <QUndoStack>
 
-#include "app/icons.h"
+#include "platform/gui/icons.h"
 #include "mi/mi_file.h"
 #include "miset/gui/mirow_mime.h"
 #include "miset/mi_commands.h"

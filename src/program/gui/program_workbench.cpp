@@ -13,7 +13,7 @@
 #include "app/about_dialog.h"
 #include "app/accuracy_dialog.h"
 #include "app/help.h"
-#include "app/icons.h"
+#include "platform/gui/icons.h"
 #include "app/main0.h"
 #include "miset/miset_ui.h"
 #include "platform/dialogs.h"

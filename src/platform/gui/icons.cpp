@@ -1,4 +1,4 @@
-#include "app/icons.h"
+#include "platform/gui/icons.h"
 
 #include <cmath>
 
