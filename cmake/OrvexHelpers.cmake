@@ -4,17 +4,50 @@ function(orvex_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra)
 endfunction()
 
-# orvex_library(NAME [SHARED] SOURCES ... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...])
-function(orvex_library name)
-  cmake_parse_arguments(ARG "SHARED" "" "SOURCES;PUBLIC_LIBS;PRIVATE_LIBS" ${ARGN})
-  if(ARG_SHARED)
-    add_library(${name} SHARED ${ARG_SOURCES})
-  else()
-    add_library(${name} STATIC ${ARG_SOURCES})
-  endif()
-  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR})
+# orvex_layer(NAME LAYER <layer> ROOT <dir> SOURCES ... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...])
+# One layer of the code as a static library. Its headers are staged (as symbolic links) in
+# a tree of their own, <build>/layers/<layer>, and that tree is the only include directory the
+# library exports: a target sees its own layer and, through PUBLIC_LIBS, the layers below it,
+# never a layer above. Includes keep the form "subsystem/file.h", relative to ROOT.
+function(orvex_layer name)
+  cmake_parse_arguments(ARG "" "LAYER;ROOT" "SOURCES;PUBLIC_LIBS;PRIVATE_LIBS" ${ARGN})
+  set(tree ${CMAKE_BINARY_DIR}/layers/${ARG_LAYER})
+  # Restaged from scratch, so a header that moved to another layer does not linger here.
+  file(REMOVE_RECURSE ${tree})
+  foreach(file IN LISTS ARG_SOURCES)
+    if(file MATCHES "\\.h$")
+      file(RELATIVE_PATH rel ${ARG_ROOT} ${file})
+      get_filename_component(dir ${tree}/${rel} DIRECTORY)
+      file(MAKE_DIRECTORY ${dir})
+      file(CREATE_LINK ${file} ${tree}/${rel} SYMBOLIC)
+    endif()
+  endforeach()
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC ${tree})
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC_LIBS} PRIVATE ${ARG_PRIVATE_LIBS})
   orvex_warnings(${name})
+endfunction()
+
+# orvex_layer_probe(LOWER_TARGET HEADER EXPECT reached|unreached)
+# A test that compiles a one-line source including HEADER with exactly the flags of
+# LOWER_TARGET. "unreached" proves that a layer cannot include a header of a layer above it
+# (the compile must fail); "reached" proves that the probe itself works.
+function(orvex_layer_probe target header expect)
+  string(MAKE_C_IDENTIFIER "${target}_${header}" id)
+  set(src ${CMAKE_BINARY_DIR}/layer_probes/${id}.cpp)
+  file(CONFIGURE OUTPUT ${src} CONTENT "#include \"${header}\"\n")
+  add_library(probe_${id} OBJECT EXCLUDE_FROM_ALL ${src})
+  target_link_libraries(probe_${id} PRIVATE ${target})
+  add_test(NAME layering.${target}.${expect}.${header}
+    COMMAND ${CMAKE_COMMAND} --build ${CMAKE_BINARY_DIR} --target probe_${id})
+  # Builds in one build directory must not run side by side.
+  set_tests_properties(layering.${target}.${expect}.${header} PROPERTIES RESOURCE_LOCK build_tree)
+  if(expect STREQUAL "unreached")
+    # Passes only when the compiler could not find the header, not on any other failure.
+    string(REPLACE "." "\\." pattern "${header}: No such file or directory")
+    set_tests_properties(layering.${target}.${expect}.${header} PROPERTIES
+      PASS_REGULAR_EXPRESSION "${pattern}")
+  endif()
 endfunction()
 
 # orvex_test(NAME SOURCES ... LIBS ... [ENV ...])

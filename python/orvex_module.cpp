@@ -34,6 +34,7 @@
 #include "run/accuracy_check.h"
 #include "run/engine_library.h"
 #include "run/fidelity.h"
+#include "program/program_table.h"
 #include "run/run_controller.h"
 #include "run/sweep.h"
 #include "workspace/errors.h"
@@ -622,7 +623,7 @@ bool RunSweepPoint(const SweepJob& job, const std::vector<double>& values,
     error = e.description();
     return false;
   }
-  engine::Simulator sim;
+  engine::Simulator sim(engine::DefaultThreadCount());
   return cli::RunToEnd(sim, scratch.Dir(), "orvex-sweep.kvp", job.order, q, error);
 }
 

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "orvex_version.h"
 #include "platform/dialogs.h"
 
 namespace orvex {

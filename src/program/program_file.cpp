@@ -2,7 +2,6 @@
 // and the one-line ".MP" files that make a program callable from an MI set.
 #include "program/program_file.h"
 
-#include "platform/dialogs.h"
 #include "workspace/errors.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
@@ -77,37 +76,6 @@ bool LooksLikeProgram(const std::string& bytes) {
 bool WrittenByOrvex(const std::string& bytes) {
   static const std::string header = "!QUANTUM PROGRAM ";
   return bytes.size() >= header.size() && Upper(bytes.substr(0, header.size())) == header;
-}
-
-std::optional<std::vector<ProgramRow>> ReadProgramForOpening(const std::string& path) {
-  const std::string bytes = ReadWholeFile(path);
-  if (!LooksLikeProgram(bytes)) {
-    platform::MsgBox("The file " + FileNameOf(NormalizeSeparators(path)) +
-                         " is not a quantum program." + platform::CR +
-                         "A quantum program holds only lines that begin with @, ! or #; "
-                         "the file was not opened.",
-                     platform::Icon::Exclamation, platform::Buttons::OK);
-    return std::nullopt;
-  }
-  return ParseProgram(bytes);
-}
-
-bool ConfirmProgramOverwrite(const std::string& path) {
-  const std::optional<std::string> existing = ResolvePath(path);
-  if (!existing || !FileExists(*existing)) return true;
-  std::string bytes;
-  try {
-    bytes = ReadWholeFile(*existing);
-  } catch (const RuntimeError& e) {
-    // A file we cannot read is not taken for ours; too large a file is certainly not.
-    if (e.code() != ErrorNumber::OutOfMemory) return true;  // the write reports it
-    bytes = "?";
-  }
-  if (bytes.empty() || WrittenByOrvex(bytes)) return true;
-  return platform::MsgBox("The file " + FileNameOf(*existing) + " was not written by Orvex." +
-                              platform::CR + "Replace it with this program?",
-                          platform::Icon::Exclamation,
-                          platform::Buttons::YesNo) == platform::Answer::Yes;
 }
 
 void ReadMPFile(const std::string& path, MicroInstruction& mi) {

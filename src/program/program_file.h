@@ -28,14 +28,6 @@ bool LooksLikeProgram(const std::string& bytes);
 // Whether the bytes begin with the header our writer puts on every program file
 // ("!Quantum program ", compared without regard to case).
 bool WrittenByOrvex(const std::string& bytes);
-// The program file at `path` read for opening: its rows, or nullopt after the message
-// "The file " name " is not a quantum program." when it does not look like one (nothing is
-// opened then). Throws the file error.
-std::optional<std::vector<ProgramRow>> ReadProgramForOpening(const std::string& path);
-// Before a program is saved over `path`: true when there is no such file, when it is empty
-// or ours, or when the user agrees to replace a file Orvex did not write (Yes/No question).
-bool ConfirmProgramOverwrite(const std::string& path);
-
 // ".MP": ReadMPFile sets the slot's Description to "Run: " + the trimmed text after the first
 // "@" of the first line (left unchanged without "@"). WriteMPFile writes one line, "@" + the
 // Description from its fifth character on, trimmed.

@@ -4,7 +4,6 @@
 #include "mi/mi_file.h"
 #include "platform/dialogs.h"
 #include "program/program_file.h"
-#include "run/run_controller.h"
 #include "workspace/numbers.h"
 #include "workspace/paths.h"
 
@@ -129,6 +128,37 @@ bool WriteNamedProgram(Workspace& ws, ProgramUi& ui, int slot, const std::string
 }
 
 } // namespace
+
+std::optional<std::vector<ProgramRow>> ReadProgramForOpening(const std::string& path) {
+  const std::string bytes = ReadWholeFile(path);
+  if (!LooksLikeProgram(bytes)) {
+    platform::MsgBox("The file " + FileNameOf(NormalizeSeparators(path)) +
+                         " is not a quantum program." + platform::CR +
+                         "A quantum program holds only lines that begin with @, ! or #; "
+                         "the file was not opened.",
+                     platform::Icon::Exclamation, platform::Buttons::OK);
+    return std::nullopt;
+  }
+  return ParseProgram(bytes);
+}
+
+bool ConfirmProgramOverwrite(const std::string& path) {
+  const std::optional<std::string> existing = ResolvePath(path);
+  if (!existing || !FileExists(*existing)) return true;
+  std::string bytes;
+  try {
+    bytes = ReadWholeFile(*existing);
+  } catch (const RuntimeError& e) {
+    // A file we cannot read is not taken for ours; too large a file is certainly not.
+    if (e.code() != ErrorNumber::OutOfMemory) return true;  // the write reports it
+    bytes = "?";
+  }
+  if (bytes.empty() || WrittenByOrvex(bytes)) return true;
+  return platform::MsgBox("The file " + FileNameOf(*existing) + " was not written by Orvex." +
+                              platform::CR + "Replace it with this program?",
+                          platform::Icon::Exclamation,
+                          platform::Buttons::YesNo) == platform::Answer::Yes;
+}
 
 int NewProgram(Workspace& ws, ProgramUi& ui) {
   const int slot = FirstFreeSlot(ws);
@@ -256,8 +286,7 @@ bool CloseProgram(Workspace& ws, ProgramUi& ui, int slot) {
   return true;
 }
 
-bool QueryClosePrograms(Workspace& ws, ProgramUi& ui) {
-  if (ws.RunningProgram > 0) ResetProgram(ws, ui, ws.RunningProgram);
+bool AskToSavePrograms(Workspace& ws, ProgramUi& ui) {
   ws.Closing = true;
   for (int s = 1; s <= kMaxPrograms; ++s)
     if (!AskToSaveChanges(ws, ui, s)) return false;
@@ -277,14 +306,6 @@ bool RemoveRow(Workspace& ws, int slot, int row) {
   program.Changed = true;
   program.Rows.erase(program.Rows.begin() + row);
   return true;
-}
-
-void RemoveMIButton(Workspace& ws, ProgramUi& ui, int slot, int selectedRow) {
-  if (ws.RunningProgram == slot) {
-    ResetProgram(ws, ui, slot);
-    return;
-  }
-  if (RemoveRow(ws, slot, selectedRow)) ui.programChanged(slot);
 }
 
 bool EditorKey(Workspace& ws, ProgramUi& ui, int slot, int keyCode, bool ctrl, int selectedRow) {

@@ -7,7 +7,9 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "program/program_file.h"
 #include "program/program_ui.h"
 #include "workspace/workspace.h"
 
@@ -58,21 +60,18 @@ bool CloseProgram(Workspace& ws, ProgramUi& ui, int slot);
 // Frees a slot without questions. CloseProgram of a free slot asks nothing and returns true.
 void FreeProgramSlot(Workspace& ws, int slot);
 
-// The main window's close: a program that runs or is halted is reset first; ws.Closing is
-// set; then for every slot 1..10 with unsaved changes the question of CloseProgram is asked
-// (Yes saves, No goes on, Cancel stops at once: Closing cleared, false returned, the programs
-// not yet asked about stay open and unsaved). True when the user went through every question;
-// the slots stay as they are, for the windows that close next.
-bool QueryClosePrograms(Workspace& ws, ProgramUi& ui);
+// The questions of the main window's close: ws.Closing is set; then for every slot 1..10 with
+// unsaved changes the question of CloseProgram is asked (Yes saves, No goes on, Cancel stops
+// at once: Closing cleared, false returned, the programs not yet asked about stay open and
+// unsaved). True when the user went through every question; the slots stay as they are, for
+// the windows that close next. QueryClosePrograms (run/run_controller.h) resets a run first.
+bool AskToSavePrograms(Workspace& ws, ProgramUi& ui);
 
 // --- program editor rows (0-based row indices; row 0 is "Start") ---------------------------
 
 // Removes row `row` (Delete, Ctrl+D, "Remove MI" while not running); row 0 and rows out of
 // range are never removed. Marks the program changed. True when removed.
 bool RemoveRow(Workspace& ws, int slot, int row);
-// The editor's "Remove MI" button: resets the run when this program is the running one,
-// otherwise removes the selected row.
-void RemoveMIButton(Workspace& ws, ProgramUi& ui, int slot, int selectedRow);
 // Keys in the editor's list: Delete (46) or Ctrl+D (68) removes `selectedRow`, Ctrl+S (83)
 // saves. While any program runs every key only beeps. Does nothing for slot 0 or less.
 // True when the key was one of these (or beeped).
@@ -91,5 +90,13 @@ bool DropMIListEntry(Workspace& ws, int slot, int targetRow, const MIListRow& en
 // with no row under the cursor moves it to the end). Row 0 does not move. Ignored while a
 // program runs. Marks changed. True when moved.
 bool MoveRow(Workspace& ws, int slot, int row, int targetRow);
+
+// The program file at `path` read for opening: its rows, or nullopt after the message
+// "The file " name " is not a quantum program." when it does not look like one (nothing is
+// opened then). Throws the file error.
+std::optional<std::vector<ProgramRow>> ReadProgramForOpening(const std::string& path);
+// Before a program is saved over `path`: true when there is no such file, when it is empty
+// or ours, or when the user agrees to replace a file Orvex did not write (Yes/No question).
+bool ConfirmProgramOverwrite(const std::string& path);
 
 } // namespace orvex

@@ -19,6 +19,7 @@
 #include "miset/qubits_file.h"
 #include "platform/dialogs.h"
 #include "program/program_file.h"
+#include "program/program_table.h"
 #include "run/run_controller.h"
 #include "workspace/errors.h"
 #include "workspace/file_bytes.h"

@@ -453,4 +453,17 @@ std::string RunningText(std::int32_t thousandths, double seconds) {
   return "Running\xE2\x80\xA6 " + std::to_string(percent) + " % (" + clock + ")";
 }
 
+bool QueryClosePrograms(Workspace& ws, RunUi& ui) {
+  if (ws.RunningProgram > 0) ResetProgram(ws, ui, ws.RunningProgram);
+  return AskToSavePrograms(ws, ui);
+}
+
+void RemoveMIButton(Workspace& ws, RunUi& ui, int slot, int selectedRow) {
+  if (ws.RunningProgram == slot) {
+    ResetProgram(ws, ui, slot);
+    return;
+  }
+  if (RemoveRow(ws, slot, selectedRow)) ui.programChanged(slot);
+}
+
 } // namespace orvex

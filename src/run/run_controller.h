@@ -74,6 +74,14 @@ bool PauseProgram(Workspace& ws, int slot);
 // left alone and only this slot's marks and display are cleared.
 void ResetProgram(Workspace& ws, RunUi& ui, int slot);
 
+// The main window's close: a program that runs or is halted is reset first, then
+// AskToSavePrograms (program/program_table.h) asks about every unsaved program. True when the
+// user went through every question.
+bool QueryClosePrograms(Workspace& ws, RunUi& ui);
+// The editor's "Remove MI" button: resets the run when this program is the running one,
+// otherwise removes the selected row.
+void RemoveMIButton(Workspace& ws, RunUi& ui, int slot, int selectedRow);
+
 // The engine's program name field: FileNameOf(programName) padded with blanks, cut at 32.
 std::string EngineProgramNameFor(const std::string& programName);
 

@@ -12,6 +12,7 @@
 
 #include "app/about_dialog.h"
 #include "app/help.h"
+#include "orvex_version.h"
 #include "support/test_support.h"
 
 namespace orvex {
