@@ -1,7 +1,10 @@
 # One place for the boilerplate every Orvex target shares.
 
+# Warnings for every target of ours (never for the system's headers).
 function(orvex_warnings target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wimplicit-fallthrough -Wold-style-cast
+    -Wduplicated-cond -Wlogical-op)
 endfunction()
 
 # orvex_layer(NAME LAYER <layer> ROOT <dir> SOURCES ... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...])

@@ -8,14 +8,11 @@
 #include "workspace/paths.h"
 
 namespace orvex {
-namespace {
-constexpr const char* kAddProgramFilter = "Quantum Program (*.KVP)|*.KVP|All files (*.*)|*.*";
-} // namespace
 
 int AddQuantumProgram(Workspace& ws, MISetUi& ui) {
   platform::FileRequest request;
   request.title = "Add Quantum Program";
-  request.filter = kAddProgramFilter;
+  request.filter = kProgramFilter;
   request.directory = ws.FileDialogDir;
   const std::optional<std::string> chosen = platform::ChooseFile(request);
   if (!chosen || chosen->empty()) return 0;

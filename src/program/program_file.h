@@ -9,6 +9,9 @@
 
 namespace orvex {
 
+// The file dialogs' filter of program files.
+inline constexpr const char* kProgramFilter = "Quantum Program (*.KVP)|*.KVP|All files (*.*)|*.*";
+
 // The rows a program file holds, by the reading rules ("@X.MI" an MI row, "@X.MP" a program
 // row, "!BREAKPOINT" a breakpoint, everything else skipped). The "Start" row is not included.
 std::vector<ProgramRow> ParseProgram(const std::string& text);

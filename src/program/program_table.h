@@ -15,8 +15,6 @@
 
 namespace orvex {
 
-inline constexpr const char* kProgramFilter = "Quantum Program (*.KVP)|*.KVP|All files (*.*)|*.*";
-
 // An empty program "New" in the first free slot, shown and arranged. Returns the slot, or 0
 // after "No more programs can be loaded".
 int NewProgram(Workspace& ws, ProgramUi& ui);

@@ -4,11 +4,11 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cstdlib>
 #include <map>
 #include <mutex>
 
+#include "platform/appdir.h"
 #include "workspace/errors.h"
 
 #ifndef ORVEX_ENGINE_INSTALL_PATH
@@ -19,13 +19,10 @@ namespace orvex {
 
 namespace {
 
+// Where the running program lies, "./" (the working directory) when that is unknown.
 std::string ExecutableDirectory() {
-  char buffer[PATH_MAX];
-  ssize_t n = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
-  if (n <= 0) return "./";
-  std::string path(buffer, static_cast<std::size_t>(n));
-  auto slash = path.rfind('/');
-  return slash == std::string::npos ? std::string("./") : path.substr(0, slash + 1);
+  const std::string dir = platform::ExecutableDirectory();
+  return dir.empty() ? "./" : dir;
 }
 
 [[noreturn]] void ThrowLoadError(const std::string& path, const std::string& reason) {
