@@ -2,11 +2,9 @@
 // MI set.
 #include <QApplication>
 
-#include "app/main0.h"
-#include "miset/miset_ui.h"
+#include "app/main_window.h"
 #include "platform/appdir.h"
 #include "platform/gui/qt_dialogs.h"
-#include "program/gui/program_workbench.h"
 #include "workspace/errors.h"
 
 int main(int argc, char** argv) {
@@ -30,13 +28,12 @@ int main(int argc, char** argv) {
 
   int result = 0;
   {
-    orvex::Main0 main0(ws);
-    dialogs.setParent(&main0);
-    main0.setProgramArguments(options.positional);
-    orvex::ProgramWorkbench programs(main0);
-    main0.show();
-    main0.startUp();
-    programs.openProgramArguments();
+    orvex::MainWindow window(ws);
+    dialogs.setParent(&window);
+    window.setProgramArguments(options.positional);
+    window.show();
+    window.startUp();
+    window.openProgramArguments();
     result = QApplication::exec();
     dialogs.setParent(nullptr);
   }

@@ -11,7 +11,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include "gui/program_workbench_fixture.h"
+#include "gui/main_window_fixture.h"
 #include "mi/mi_file.h"
 #include "miset/gui/mi_list_window.h"
 #include "run/gui/fidelity_dialog.h"
@@ -137,7 +137,7 @@ void ChooseFromContextMenu(QAbstractScrollArea* view, QPoint pos, const QString&
   EXPECT_TRUE(opened) << entry.toStdString();
 }
 
-class FidelityMenuTest : public ProgramWorkbenchTest {};
+class FidelityMenuTest : public MainWindowTest {};
 
 TEST_F(FidelityMenuTest, ContextMenusOpenTheWindowOnTheRowClicked) {
   std::filesystem::create_directories(app + "MI");

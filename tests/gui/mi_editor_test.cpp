@@ -14,7 +14,7 @@
 #include <QTimer>
 #include <QUndoStack>
 
-#include "app/main0.h"
+#include "app/main_window.h"
 #include "mi/gui/default_mi.h"
 #include "mi/mi_file.h"
 #include "miset/gui/mi_list_window.h"
@@ -32,7 +32,7 @@ struct MIEditorTest : ::testing::Test {
     dir.write("MI/chain/Pulse.MI",
               "!Micro instruction \r\nHEISENBERG INTERACTION\r\nEND\r\nNO CHECK NORM\r\n!ABOUT\r\n!p\r\n!END\r\n");
     ws.AppDir = dir.path();
-    main = std::make_unique<Main0>(ws);
+    main = std::make_unique<MainWindow>(ws);
     main->show();
     QTimer::singleShot(10, [] {
       if (auto* d = qobject_cast<SelectMI*>(QApplication::activeModalWidget())) {
@@ -63,7 +63,7 @@ struct MIEditorTest : ::testing::Test {
 
   TempDir dir;
   Workspace ws;
-  std::unique_ptr<Main0> main;
+  std::unique_ptr<MainWindow> main;
   DefaultMI* ed = nullptr;
 };
 

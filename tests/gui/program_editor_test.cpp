@@ -16,7 +16,7 @@
 #include "mi/gui/default_mi.h"
 #include "miset/gui/mirow_mime.h"
 #include "platform/gui/twips.h"
-#include "program_workbench_fixture.h"
+#include "main_window_fixture.h"
 #include "view/gui/qubit_stripes.h"
 
 namespace orvex::test {
@@ -25,13 +25,13 @@ namespace {
 using platform::Answer;
 using platform::Icon;
 
-class ProgramEditorTest : public ProgramWorkbenchTest {
+class ProgramEditorTest : public MainWindowTest {
 protected:
   void SetUp() override {
     writeDemoSet();
     programPath = writeProgram("progs/p.kvp", {"@A.MI", "!BREAKPOINT", "@B.MI", "@loop.MP"});
     start("demo");
-    slot = OpenProgram(ws, *workbench, programPath);
+    slot = OpenProgram(ws, main->runUi(), programPath);
     ASSERT_EQ(slot, 1);
     QApplication::processEvents();
   }
@@ -96,7 +96,7 @@ TEST_F(ProgramEditorTest, ShowsRowsStatusCaptionAndToolBar) {
   frame->resize(20, 20);
   EXPECT_GE(e.width(), platform::TwipsToPixels(2400, &e));
   EXPECT_GE(e.height(), platform::TwipsToPixels(3600, &e));
-  EXPECT_EQ(workbench->activeSlot(), slot);
+  EXPECT_EQ(main->activeSlot(), slot);
 }
 
 TEST_F(ProgramEditorTest, MIListRowsDroppedGoBelowTheRowUnderTheCursor) {
@@ -135,7 +135,7 @@ TEST_F(ProgramEditorTest, MIListRowsDroppedGoBelowTheRowUnderTheCursor) {
 
 TEST_F(ProgramEditorTest, RowsMoveWithinTheirListOnlyAndTheStartRowStays) {
   ScriptedDialogs dialogs;
-  ASSERT_EQ(OpenProgram(ws, *workbench, writeProgram("progs/q.kvp", {"@B.MI"})), 2);
+  ASSERT_EQ(OpenProgram(ws, main->runUi(), writeProgram("progs/q.kvp", {"@B.MI"})), 2);
   DefaultPG& e = editor(slot);
   // "A" (row 1) dropped on "B" (row 3): it goes below B.
   EXPECT_TRUE(dragAndDrop(e, ownRow(slot, 1), rowCentre(e, 3)));
@@ -344,12 +344,12 @@ TEST_F(ProgramEditorTest, ClosingAChangedProgramAsksAndCancelKeepsItOpen) {
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text, std::string("Changes have been made in p.kvp.") + '\r' + "Save before closing?");
   EXPECT_EQ(dialogs.shown[0].icon, Icon::Exclamation);
-  EXPECT_EQ(workbench->editor(slot), &e);
+  EXPECT_EQ(main->editor(slot), &e);
   EXPECT_EQ(ws.Program(slot).Name, "progs/p.kvp");
 
   dialogs.answer(Answer::Yes);
   EXPECT_TRUE(frame->close());
-  EXPECT_EQ(workbench->editor(slot), nullptr);
+  EXPECT_EQ(main->editor(slot), nullptr);
   EXPECT_TRUE(ws.Program(slot).Name.empty());
   EXPECT_EQ(dir.read("app/progs/p.kvp").find("@A.MI"), std::string::npos);
   EXPECT_TRUE(dialogs.scriptUsedUp());
@@ -358,7 +358,7 @@ TEST_F(ProgramEditorTest, ClosingAChangedProgramAsksAndCancelKeepsItOpen) {
 TEST_F(ProgramEditorTest, TheEleventhProgramIsRefusedAndFreedSlotsAreReused) {
   ScriptedDialogs dialogs;
   for (int i = 2; i <= 10; ++i) main->action("MenuNew")->trigger();
-  for (int s = 1; s <= 10; ++s) ASSERT_NE(workbench->editor(s), nullptr) << s;
+  for (int s = 1; s <= 10; ++s) ASSERT_NE(main->editor(s), nullptr) << s;
   EXPECT_EQ(header(editor(10)), "New program");
   EXPECT_TRUE(dialogs.shown.empty());
   dialogs.answer(Answer::OK);
@@ -370,13 +370,13 @@ TEST_F(ProgramEditorTest, TheEleventhProgramIsRefusedAndFreedSlotsAreReused) {
   ASSERT_TRUE(main->mdi()->currentSubWindow() != nullptr);
   QMdiSubWindow* frame = nullptr;
   for (QMdiSubWindow* w : main->mdi()->subWindowList())
-    if (w->widget() == workbench->editor(4)) frame = w;
+    if (w->widget() == main->editor(4)) frame = w;
   ASSERT_NE(frame, nullptr);
   EXPECT_TRUE(frame->close());
   QApplication::processEvents();
-  EXPECT_EQ(workbench->editor(4), nullptr);
+  EXPECT_EQ(main->editor(4), nullptr);
   main->action("MenuNew")->trigger();
-  EXPECT_NE(workbench->editor(4), nullptr);
+  EXPECT_NE(main->editor(4), nullptr);
   EXPECT_EQ(dialogs.shown.size(), 1u);
 }
 
@@ -395,7 +395,7 @@ TEST_F(ProgramEditorTest, ClosingTheWorkbenchAsksAboutChangedPrograms) {
 
   // A new program whose save dialog is cancelled keeps the workbench open too.
   main->action("MenuNew")->trigger();
-  ASSERT_EQ(workbench->activeSlot(), 2);
+  ASSERT_EQ(main->activeSlot(), 2);
   editor(2).dropMIRow(0, {"MI2", "A", kIconMI});
   dialogs.answer(Answer::Yes);
   dialogs.answer(Answer::Yes);
@@ -420,7 +420,7 @@ namespace {
 TEST_F(ProgramEditorTest, SaveProgramAsRefusesAnOpenProgramsFile) {
   ScriptedDialogs dialogs;
   main->action("MenuNew")->trigger();
-  ASSERT_EQ(workbench->activeSlot(), 2);
+  ASSERT_EQ(main->activeSlot(), 2);
   // The file dialogs start in the application directory.
   dialogs.file(programPath);
   dialogs.answer(Answer::OK);
@@ -542,23 +542,23 @@ namespace {
 TEST_F(ProgramEditorTest, ACallableProgramOpensInAnEditorFromTheMIList) {
   ScriptedDialogs dialogs;
   writeProgram("progs/sub.kvp", {"@B.MI"});
-  ASSERT_TRUE(main->openCallableProgram);
   main->openCallableProgram("progs/sub.kvp");
-  ASSERT_NE(workbench->editor(2), nullptr);
+  ASSERT_NE(main->editor(2), nullptr);
   EXPECT_EQ(editor(2).windowTitle(), "sub");
   EXPECT_EQ(header(editor(2)), "Program ready");
-  EXPECT_EQ(workbench->activeSlot(), 2);
+  EXPECT_EQ(main->activeSlot(), 2);
 
   dialogs.answer(Answer::OK);
   main->openCallableProgram("progs/sub.kvp");
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text, "This program has already been opened.");
-  EXPECT_EQ(workbench->editor(3), nullptr);
+  EXPECT_EQ(main->editor(3), nullptr);
 }
 
 TEST_F(ProgramEditorTest, AFailureInsideTheNewMISetButtonEndsInABoxNotInTheEventLoop) {
   ScriptedDialogs dialogs;
-  main->unloadQubitWindow = [] { throw std::runtime_error("the qubit window is stuck"); };
+  // The new set's list is drawn through this hook; it fails inside the command.
+  ws.MIListChanged = [] { throw std::runtime_error("the MI list is stuck"); };
   WhenModalShown<GetDirName>([](GetDirName* d) {
     d->Text1->setText("fresh");
     QTest::mouseClick(d->OK, Qt::LeftButton);
@@ -567,7 +567,7 @@ TEST_F(ProgramEditorTest, AFailureInsideTheNewMISetButtonEndsInABoxNotInTheEvent
   dialogs.answer(Answer::OK);
   main->action("ToolNewMISet")->trigger();
   ASSERT_EQ(dialogs.messages().size(), 2u);
-  EXPECT_EQ(dialogs.messages()[1], "the qubit window is stuck");
+  EXPECT_EQ(dialogs.messages()[1], "the MI list is stuck");
   EXPECT_EQ(dialogs.shown[1].icon, Icon::Critical);
 }
 

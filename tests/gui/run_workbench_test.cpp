@@ -9,7 +9,7 @@
 #include <QToolBar>
 
 #include "miset/gui/mi_list_window.h"
-#include "program_workbench_fixture.h"
+#include "main_window_fixture.h"
 #include "view/gui/qubit_stripes.h"
 #include "view/gui/squbit.h"
 
@@ -19,21 +19,21 @@ namespace {
 using platform::Answer;
 using platform::Icon;
 
-class RunWorkbenchTest : public ProgramWorkbenchTest {
+class RunWorkbenchTest : public MainWindowTest {
 protected:
   void SetUp() override {
     writeDemoSet();
     programPath = writeProgram("progs/r.kvp", {"@A.MI", "!BREAKPOINT", "@B.MI"});
     otherPath = writeProgram("progs/other.kvp", {"@B.MI"});
     start("demo");
-    ASSERT_EQ(OpenProgram(ws, *workbench, otherPath), 1);
-    ASSERT_EQ(OpenProgram(ws, *workbench, programPath), 2);
+    ASSERT_EQ(OpenProgram(ws, main->runUi(), otherPath), 1);
+    ASSERT_EQ(OpenProgram(ws, main->runUi(), programPath), 2);
     QApplication::processEvents();
   }
   void activate(int s) {
     for (QMdiSubWindow* w : main->mdi()->subWindowList())
-      if (w->widget() == workbench->editor(s)) main->mdi()->setActiveSubWindow(w);
-    ASSERT_EQ(workbench->activeSlot(), s);
+      if (w->widget() == main->editor(s)) main->mdi()->setActiveSubWindow(w);
+    ASSERT_EQ(main->activeSlot(), s);
   }
   std::vector<std::string> calls() {
     std::vector<std::string> lines;
@@ -152,9 +152,9 @@ TEST_F(RunWorkbenchTest, ToolsMenuRunsTheActiveProgramAndTheRunControlReadsStop)
          "0 1 1 5 0.3 0.3 0.3 0.3 0.3 0.3\n"
          "0 1 0 5 1 0 0.5 0 1 0.5\n");
   main->action("MenuShowQubits")->trigger();
-  ASSERT_NE(workbench->qubitWindow(), nullptr);
-  EXPECT_TRUE(workbench->qubitWindow()->isVisible());
-  EXPECT_EQ(workbench->qubitWindow()->qubits(), 2);
+  ASSERT_NE(main->qubitWindow(), nullptr);
+  EXPECT_TRUE(main->qubitWindow()->isVisible());
+  EXPECT_EQ(main->qubitWindow()->qubits(), 2);
 
   DefaultPG& e = editor(slot);
   QString during, statusDuring;
@@ -172,8 +172,8 @@ TEST_F(RunWorkbenchTest, ToolsMenuRunsTheActiveProgramAndTheRunControlReadsStop)
   EXPECT_EQ(e.button(kButtonRun)->text(), "Run");
   EXPECT_EQ(header(e), "Program halted");
   EXPECT_EQ(ws.Program(slot).CurrentRow, 2);
-  EXPECT_GE(workbench->qubitWindow()->framesDrawn(), 3);
-  EXPECT_DOUBLE_EQ(workbench->qubitWindow()->box(1)->A(), 1.0);
+  EXPECT_GE(main->qubitWindow()->framesDrawn(), 3);
+  EXPECT_DOUBLE_EQ(main->qubitWindow()->box(1)->A(), 1.0);
 
   // "Remove MI" on the running program resets it and removes nothing; the reset takes the
   // selection along, so pressing the same button again removes nothing either.
@@ -204,15 +204,15 @@ TEST_F(RunWorkbenchTest, ToolsMenuRunsTheActiveProgramAndTheRunControlReadsStop)
   EXPECT_TRUE(dialogs.shown.empty());
 
   // The qubit-size items resize the qubit window's boxes.
-  const int normal = workbench->qubitWindow()->boxEdge();
+  const int normal = main->qubitWindow()->boxEdge();
   main->action("MenuSize3")->trigger();
-  EXPECT_GT(workbench->qubitWindow()->boxEdge(), normal);
+  EXPECT_GT(main->qubitWindow()->boxEdge(), normal);
   main->action("MenuSize0")->trigger();
-  EXPECT_LT(workbench->qubitWindow()->boxEdge(), normal);
+  EXPECT_LT(main->qubitWindow()->boxEdge(), normal);
 
   // Unchecking the animation takes the qubit window away.
   main->action("MenuShowQubits")->trigger();
-  EXPECT_EQ(workbench->qubitWindow(), nullptr);
+  EXPECT_EQ(main->qubitWindow(), nullptr);
 }
 
 TEST_F(RunWorkbenchTest, TheQubitWindowFollowsBackAndResetAndNeverShowsAFailedStart) {
@@ -223,7 +223,7 @@ TEST_F(RunWorkbenchTest, TheQubitWindowFollowsBackAndResetAndNeverShowsAFailedSt
          "0 1 0 5 0.5 0.5 1 0.5 0.5 0\n"
          "0 1 0 5 0.2 0.2 0.2 0.2 0.2 0.2\n");
   main->action("MenuShowQubits")->trigger();
-  sQubit* window = workbench->qubitWindow();
+  sQubit* window = main->qubitWindow();
   ASSERT_NE(window, nullptr);
   DefaultPG& e = editor(slot);
   auto sphere = [&](int q) {
@@ -303,7 +303,7 @@ TEST_F(RunWorkbenchTest, EngineErrorsAreShownAndTheProgramReturnsToIdle) {
 TEST_F(RunWorkbenchTest, ANewProgramIsSavedBeforeItRunsAndCancellingRunsNothing) {
   ScriptedDialogs dialogs;
   main->action("MenuNew")->trigger();
-  const int fresh = workbench->activeSlot();
+  const int fresh = main->activeSlot();
   ASSERT_EQ(fresh, 3);
   editor(fresh).dropMIRow(0, {"MI2", "A", kIconMI});
   dialogs.file(std::nullopt);
@@ -343,7 +343,7 @@ TEST_F(RunWorkbenchTest, AHaltedProgramCannotBeClosedButTheWorkbenchResetsItOnCl
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text, "Cannot close when program is still running");
   EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
-  EXPECT_EQ(workbench->editor(slot), &e);
+  EXPECT_EQ(main->editor(slot), &e);
 
   // Closing the workbench resets the run first; nothing was changed, so nothing is asked.
   EXPECT_TRUE(main->close());

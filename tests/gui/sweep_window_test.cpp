@@ -20,7 +20,7 @@
 #include <QTest>
 #include <QTimer>
 
-#include "app/main0.h"
+#include "app/main_window.h"
 #include "mi/gui/default_mi.h"
 #include "miset/gui/mi_list_window.h"
 #include "miset/gui/set_dialogs.h"
@@ -60,7 +60,7 @@ struct SweepWindowTest : ::testing::Test {
     dir.write("MI/rabi/qubits.dat", " 1 \r\n");
     dir.write("MI/rabi/Rabi.MI", kRabi);
     ws.AppDir = dir.path();
-    main = std::make_unique<Main0>(ws);
+    main = std::make_unique<MainWindow>(ws);
     main->show();
     QTimer::singleShot(10, [] {
       if (auto* d = qobject_cast<SelectMI*>(QApplication::activeModalWidget())) {
@@ -98,7 +98,7 @@ struct SweepWindowTest : ::testing::Test {
 
   TempDir dir;
   Workspace ws;
-  std::unique_ptr<Main0> main;
+  std::unique_ptr<MainWindow> main;
   DefaultMI* ed = nullptr;
 };
 

@@ -19,7 +19,7 @@
 #include <QValueAxis>
 
 #include "app/accuracy_dialog.h"
-#include "program_workbench_fixture.h"
+#include "main_window_fixture.h"
 #include "run/run_controller.h"
 #include "workspace/file_bytes.h"
 #include "view/gui/sphere_renderer.h"
@@ -51,9 +51,9 @@ QPoint ViewPixel(QChartView* view, const QPointF& value, QAbstractSeries* series
   return view->mapFromScene(chart->mapToScene(chart->mapToPosition(value, series)));
 }
 
-class TraceWindowTest : public ProgramWorkbenchTest {
+class TraceWindowTest : public MainWindowTest {
 protected:
-  explicit TraceWindowTest(const char* engine = "ORVEX_FAKE_EXTRAS_ENGINE") : ProgramWorkbenchTest(engine) {}
+  explicit TraceWindowTest(const char* engine = "ORVEX_FAKE_EXTRAS_ENGINE") : MainWindowTest(engine) {}
 
   // The demo set with A lasting two main steps of 1, and the program INITIALIZE, A,
   // Breakpoint, B opened in an editor.
@@ -76,7 +76,7 @@ TEST_F(TraceWindowTest, CurvesFollowTheRunBackAndResetAndExport) {
          "0 1 0 0 .5 .5 1 .5 .5 0\nT 2 .5 .5 1 .5 .5 0\n"
          "0 0 0 0\nT 3 .5 .5 1 .5 .5 1\n");
   editor(slot).TraceButton->trigger();
-  TraceWindow* w = workbench->traceWindow(slot);
+  TraceWindow* w = main->traceWindow(slot);
   ASSERT_NE(w, nullptr);
   w->component(0)->setChecked(false);
   w->component(1)->setChecked(false);
@@ -135,7 +135,7 @@ TEST_F(TraceWindowTest, CurvesFollowTheRunBackAndResetAndExport) {
   main->action(QStringLiteral("MenuReset"))->trigger();
   editor(slot).button(kButtonRun)->trigger();  // fresh start: the old points are gone
   editor(slot).PG->setFocus();
-  ResetProgram(ws, *workbench, slot);
+  ResetProgram(ws, main->runUi(), slot);
   EXPECT_EQ(w->series(1, 2)->count(), 0);
   EXPECT_FALSE(w->marker()->isVisible());
 }
@@ -146,7 +146,7 @@ TEST_F(TraceWindowTest, PopulationsShowTheLargestBasisStatesAsBars) {
   // A Bell pair: (|00> + |11>)/sqrt 2 after the halt.
   const double h = std::sqrt(0.5);
   script("0 1 0 0\nA 2 " + std::to_string(h) + " 0 0 0 0 0 " + std::to_string(h) + " 0\n");
-  TraceWindow* w = workbench->showTrace(slot);
+  TraceWindow* w = main->showTrace(slot);
   ASSERT_NE(w, nullptr);
   editor(slot).button(kButtonRun)->trigger();
   ASSERT_EQ(ws.Program(slot).Status, "Program halted");
@@ -177,7 +177,7 @@ TEST_F(PlainEngineTraceTest, WithoutEngineEntriesOnePointPerCallAndNoPopulations
   const int slot = openProgram(dialogs);
   script("0 1 1 0 .1 .1 .1 .5 .5 0\n0 1 0 0 .2 .2 .2 .5 .5 0\n");
   main->action(QStringLiteral("MenuTrace"))->trigger();
-  TraceWindow* w = workbench->traceWindow(slot);
+  TraceWindow* w = main->traceWindow(slot);
   ASSERT_NE(w, nullptr);
   // What the window shows while the call loop runs: the curve grows before the run halts.
   int drawnWhileBusy = 0;
@@ -198,13 +198,13 @@ TEST_F(PlainEngineTraceTest, WithoutEngineEntriesOnePointPerCallAndNoPopulations
   EXPECT_TRUE(w->populationsNote()->text().contains(QStringLiteral("no amplitudes")));
 
   // Closing the program takes its trace and trace window with it.
-  ResetProgram(ws, *workbench, slot);
+  ResetProgram(ws, main->runUi(), slot);
   script("0 0 0 0 .3 .3 .3 .3 .3 .3\n");
   editor(slot).button(kButtonRun)->trigger();
   ASSERT_FALSE(ws.Traces[static_cast<std::size_t>(slot - 1)].Points.empty());
-  workbench->editor(slot)->parentWidget()->close();
+  main->editor(slot)->parentWidget()->close();
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  EXPECT_EQ(workbench->traceWindow(slot), nullptr);
+  EXPECT_EQ(main->traceWindow(slot), nullptr);
   EXPECT_TRUE(ws.Traces[static_cast<std::size_t>(slot - 1)].Points.empty());
 }
 
@@ -274,19 +274,19 @@ TEST_F(TraceWindowTest, SpheresShowTheirTrailFadingAndResetClearsIt) {
   const int slot = openProgram(dialogs);
   script("0 1 1 0\nT 0 .5 .5 0 .5 .5 0\nT 1 .2 .5 .5 .5 .5 0\n0 1 0 0 .1 .5 .9 .5 .5 0\nT 2 .1 .5 .9 .5 .5 0\n");
   main->action(QStringLiteral("MenuShowQubits"))->setChecked(true);
-  workbench->showTrace(slot);  // an open trace window: the engine's records, not one per call
+  main->showTrace(slot);  // an open trace window: the engine's records, not one per call
   editor(slot).button(kButtonRun)->trigger();
-  ASSERT_NE(workbench->qubitWindow(), nullptr);
-  ASSERT_EQ(workbench->qubitWindow()->box(1)->trail().size(), 3u);
-  EXPECT_DOUBLE_EQ(workbench->qubitWindow()->box(1)->trail()[1][0], 0.2);
-  ResetProgram(ws, *workbench, slot);
-  EXPECT_TRUE(workbench->qubitWindow()->box(1)->trail().empty());
+  ASSERT_NE(main->qubitWindow(), nullptr);
+  ASSERT_EQ(main->qubitWindow()->box(1)->trail().size(), 3u);
+  EXPECT_DOUBLE_EQ(main->qubitWindow()->box(1)->trail()[1][0], 0.2);
+  ResetProgram(ws, main->runUi(), slot);
+  EXPECT_TRUE(main->qubitWindow()->box(1)->trail().empty());
 }
 
 // The real engine: its records and amplitudes.
-class RealEngineTraceTest : public ProgramWorkbenchTest {
+class RealEngineTraceTest : public MainWindowTest {
 protected:
-  RealEngineTraceTest() : ProgramWorkbenchTest("ORVEX_REAL_ENGINE") {}
+  RealEngineTraceTest() : MainWindowTest("ORVEX_REAL_ENGINE") {}
   void SetUp() override {
     const fs::path bin = ORVEX_BIN_DIR;
     ASSERT_TRUE(fs::exists(bin / "MI" / "ideal2")) << "the demo sets are not built";
@@ -296,7 +296,7 @@ protected:
   }
   // Steps `slot` to its last step and returns the labels of the nonzero bars.
   std::map<QString, double> populationsAtTheEnd(int slot) {
-    TraceWindow* w = workbench->showTrace(slot);
+    TraceWindow* w = main->showTrace(slot);
     for (int k = 0; k < 50 && ws.Program(slot).Status != "Program has finished"; ++k) {
       editor(slot).button(kButtonStep)->trigger();
       w->refreshPopulations();

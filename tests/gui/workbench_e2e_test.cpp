@@ -6,7 +6,7 @@
 
 #include <QImage>
 
-#include "program_workbench_fixture.h"
+#include "main_window_fixture.h"
 #include "view/gui/qubit_stripes.h"
 #include "view/qubit_color.h"
 #include "view/qubit_display.h"
@@ -17,9 +17,9 @@ namespace {
 namespace fs = std::filesystem;
 using platform::Answer;
 
-class WorkbenchE2ETest : public ProgramWorkbenchTest {
+class WorkbenchE2ETest : public MainWindowTest {
 protected:
-  WorkbenchE2ETest() : ProgramWorkbenchTest("ORVEX_REAL_ENGINE") {}
+  WorkbenchE2ETest() : MainWindowTest("ORVEX_REAL_ENGINE") {}
   void SetUp() override {
     const fs::path bin = ORVEX_BIN_DIR;
     ASSERT_TRUE(fs::exists(bin / "MI" / "ideal2")) << "the demo sets are not built";
@@ -135,10 +135,10 @@ TEST_F(WorkbenchE2ETest, ProgramFilesOnTheCommandLineOpenAfterTheSetIsChosen) {
   ASSERT_EQ(chdir(dir.path().c_str()), 0);
   dialogs.answer(Answer::OK);  // the missing file
   start("ideal2", {"app/progs/bell.kvp", "app/progs/none.kvp", (fs::path(app) / "progs/grover.kvp").string()});
-  workbench->openProgramArguments();
-  ASSERT_NE(workbench->editor(1), nullptr);
-  ASSERT_NE(workbench->editor(2), nullptr);
-  EXPECT_EQ(workbench->editor(3), nullptr);
+  main->openProgramArguments();
+  ASSERT_NE(main->editor(1), nullptr);
+  ASSERT_NE(main->editor(2), nullptr);
+  EXPECT_EQ(main->editor(3), nullptr);
   EXPECT_EQ(ws.Program(1).Name, "progs/bell.kvp");
   EXPECT_EQ(editor(1).windowTitle(), "bell");
   EXPECT_EQ(ws.Program(2).Name, "progs/grover.kvp");

@@ -25,7 +25,7 @@
 #include <QTimer>
 #include <QToolBar>
 
-#include "app/main0.h"
+#include "app/main_window.h"
 #include "mi/gui/default_mi.h"
 #include "mi/mi_file.h"
 #include "miset/gui/mi_list_window.h"
@@ -74,7 +74,7 @@ struct WorkbenchTest : ::testing::Test {
     dir.write("MI/beta/qubits.dat", " 2 \r\n");
     dir.write("MI/stray.txt", "not a set");
     ws.AppDir = dir.path();
-    main = std::make_unique<Main0>(ws);
+    main = std::make_unique<MainWindow>(ws);
     main->show();
   }
   // Answers the next set chooser with set `name`.
@@ -105,7 +105,7 @@ struct WorkbenchTest : ::testing::Test {
 
   TempDir dir;
   Workspace ws;
-  std::unique_ptr<Main0> main;
+  std::unique_ptr<MainWindow> main;
 };
 
 TEST_F(WorkbenchTest, StartUpShowsTheChooserAndOpensTheChosenSet) {
@@ -556,25 +556,6 @@ TEST_F(WorkbenchTest, TheQubitCountChangesOnlyWhenOKIsPressed) {
   list().button(3)->trigger();
   EXPECT_EQ(ws.NumberOfQubits, 5);
   EXPECT_EQ(dir.read("MI/alpha/qubits.dat"), " 5 \r\n");
-  EXPECT_TRUE(dialogs.shown.empty());
-}
-
-TEST_F(WorkbenchTest, CloseAsksTheProgramsFirstAndTheirCancelKeepsItOpen) {
-  ScriptedDialogs dialogs;
-  startWith("alpha");
-  int asked = 0;
-  bool answer = false;
-  main->queryClosePrograms = [&] {
-    ++asked;
-    EXPECT_TRUE(ws.Closing);
-    return answer;
-  };
-  EXPECT_FALSE(main->queryClose());
-  EXPECT_FALSE(ws.Closing);
-  answer = true;
-  EXPECT_TRUE(main->queryClose());
-  EXPECT_TRUE(ws.Closing);
-  EXPECT_EQ(asked, 2);
   EXPECT_TRUE(dialogs.shown.empty());
 }
 

@@ -291,9 +291,7 @@ DefaultPG::DefaultPG(Workspace& ws, RunUi& runUi, MISetUi& miSetUi, int slot, QW
                                     QStringLiteral("Trace"));
   TraceButton->setObjectName(QStringLiteral("PGTrace"));
   TraceButton->setToolTip(QStringLiteral("Trace"));
-  connect(TraceButton, &QAction::triggered, this, [this] {
-    if (traceRequested) traceRequested();
-  });
+  connect(TraceButton, &QAction::triggered, this, &DefaultPG::traceRequested);
 
   PG = new ProgramListView(*this, this);
   connect(PG, &QTreeWidget::itemDoubleClicked, this,

@@ -93,8 +93,6 @@ public:
 
   // Called when a qubit box is clicked (shows the "Color table").
   std::function<void()> qubitClicked;
-  // Called by the "Trace" button (the workbench opens the program's trace window).
-  std::function<void()> traceRequested;
 
   // "Pause": enabled while this program's call loop runs in run mode; halts it at the
   // engine's next early return. "Trace": the trace window of this program.
@@ -109,6 +107,8 @@ public:
 signals:
   // The editor was closed and its slot freed.
   void closed(int slot);
+  // The "Trace" button: the program's trace window is wanted.
+  void traceRequested();
 
 protected:
   void resizeEvent(QResizeEvent* event) override;

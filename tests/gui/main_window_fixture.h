@@ -1,6 +1,6 @@
-// The workbench with its program editors, offscreen: a fresh application directory with an
-// MI set, Main0 with the ProgramWorkbench wired in, the stand-in engine (or the real one) and
-// helpers to reach editors, rows and pixels. Restores the current directory and the engine
+// The workbench's main window with its program editors, offscreen: a fresh application
+// directory with an MI set, the stand-in engine (or the real one) and helpers to reach
+// editors, rows and pixels. Restores the current directory and the engine
 // environment afterwards.
 #pragma once
 
@@ -22,10 +22,9 @@
 #include <QTimer>
 #include <QTreeWidget>
 
-#include "app/main0.h"
+#include "app/main_window.h"
 #include "miset/gui/set_dialogs.h"
 #include "program/gui/default_pg.h"
-#include "program/gui/program_workbench.h"
 #include "program/program_table.h"
 #include "support/test_support.h"
 
@@ -54,10 +53,10 @@ inline std::string SimpleMI(const std::string& about) {
          "\r\n!END\r\n";
 }
 
-class ProgramWorkbenchTest : public ::testing::Test {
+class MainWindowTest : public ::testing::Test {
 protected:
   // `engineVariable`: the environment variable naming the engine to load.
-  explicit ProgramWorkbenchTest(const char* engineVariable = "ORVEX_FAKE_ENGINE") {
+  explicit MainWindowTest(const char* engineVariable = "ORVEX_FAKE_ENGINE") {
     char cwd[PATH_MAX];
     if (getcwd(cwd, sizeof cwd)) savedCwd_ = cwd;
     savedEngine_ = EnvOrEmpty("ORVEX_ENGINE");
@@ -68,8 +67,7 @@ protected:
     app = dir.path() + "app/";
     ws.AppDir = app;
   }
-  ~ProgramWorkbenchTest() override {
-    workbench.reset();
+  ~MainWindowTest() override {
     main.reset();
     if (!savedCwd_.empty()) (void)chdir(savedCwd_.c_str());
     if (savedEngine_.empty()) unsetenv("ORVEX_ENGINE");
@@ -87,9 +85,8 @@ protected:
   // Creates the windows and starts up choosing set `set`.
   void start(const std::string& set, std::vector<std::string> programArguments = {}) {
     ASSERT_FALSE(engine_.empty()) << "the engine's path is not known";
-    main = std::make_unique<Main0>(ws);
+    main = std::make_unique<MainWindow>(ws);
     main->setProgramArguments(std::move(programArguments));
-    workbench = std::make_unique<ProgramWorkbench>(*main);
     main->resize(1400, 900);
     main->show();
     WhenModalShown<SelectMI>([set](SelectMI* d) {
@@ -112,13 +109,13 @@ protected:
   int openThroughMenu(ScriptedDialogs& dialogs, const std::string& absolutePath) {
     dialogs.file(absolutePath);
     main->action(QStringLiteral("MenuOpen"))->trigger();
-    return workbench->activeSlot();
+    return main->activeSlot();
   }
 
   void script(const std::string& lines) { dir.write("script.txt", lines); }
 
   DefaultPG& editor(int slot) {
-    DefaultPG* e = workbench->editor(slot);
+    DefaultPG* e = main->editor(slot);
     if (!e) throw std::runtime_error("no editor in slot " + std::to_string(slot));
     return *e;
   }
@@ -134,8 +131,7 @@ protected:
   TempDir dir;
   std::string app;
   Workspace ws;
-  std::unique_ptr<Main0> main;
-  std::unique_ptr<ProgramWorkbench> workbench;
+  std::unique_ptr<MainWindow> main;
 
 private:
   std::string savedCwd_;
