@@ -198,9 +198,9 @@ void PaintQubitSphere(QPainter& p, int edge, double A, double B, double C, const
     QPointF from = map(cam.Project(QubitArrowFor(trail[0][0], trail[0][1], trail[0][2]).tip));
     for (std::size_t k = 1; k < n; ++k) {
       const QPointF to = map(cam.Project(QubitArrowFor(trail[k][0], trail[k][1], trail[k][2]).tip));
-      QColor c = newest;
-      c.setAlphaF(0.15 + 0.85 * static_cast<double>(k) / static_cast<double>(n - 1));
-      p.setPen(QPen(c, std::max(1.5, edge / 60.0), Qt::SolidLine, Qt::RoundCap));
+      QColor segment = newest;
+      segment.setAlphaF(0.15 + 0.85 * static_cast<double>(k) / static_cast<double>(n - 1));
+      p.setPen(QPen(segment, std::max(1.5, edge / 60.0), Qt::SolidLine, Qt::RoundCap));
       p.drawLine(from, to);
       from = to;
     }
