@@ -27,6 +27,12 @@ namespace {
 
 using namespace orvex::engine;
 
+// The kernels' threads: ORVEX_THREADS, else every core, as the engine library takes them.
+const ParallelFor& Threads() {
+  static const ParallelFor policy(DefaultThreadCount());
+  return policy;
+}
+
 // A chain of n qubits with static fields on every qubit and nearest-neighbour couplings,
 // `sub` intermediate steps of delta = 0.02 in one main step.
 MiFile ChainMi(int n, long sub) {
@@ -57,11 +63,11 @@ void BM_IntermediateStep(benchmark::State& state) {
     state.SkipWithError("cannot allocate the state");
     return;
   }
-  SetRandom(psi, 1);
+  SetRandom(Threads(), psi, 1);
   const auto ops = ChainStep(n);
   const int sweeps = SweepCount(n, ops);
   for (auto _ : state) {
-    ApplyOps(ParallelFor(), psi, ops);
+    ApplyOps(Threads(), psi, ops);
     benchmark::ClobberMemory();
   }
   // Each sweep reads and writes the whole state once.
@@ -69,7 +75,7 @@ void BM_IntermediateStep(benchmark::State& state) {
   state.counters["sweeps"] = sweeps;
   state.counters["GB/s"] =
       benchmark::Counter(bytes / 1e9, benchmark::Counter::kIsIterationInvariantRate);
-  state.counters["threads"] = EngineThreadCount();
+  state.counters["threads"] = Threads().Threads();
 }
 
 // A main step of eight intermediate steps with static fields, as the simulator batches it:
@@ -82,11 +88,11 @@ void BM_BatchedSteps(benchmark::State& state) {
     state.SkipWithError("cannot allocate the state");
     return;
   }
-  SetRandom(psi, 1);
+  SetRandom(Threads(), psi, 1);
   const auto ops = SubStepFactors(ChainMi(n, kSteps), kSecondOrder, 0, 0, kSteps, true);
   const int sweeps = SweepCount(n, ops);
   for (auto _ : state) {
-    ApplyOps(ParallelFor(), psi, ops);
+    ApplyOps(Threads(), psi, ops);
     benchmark::ClobberMemory();
   }
   const double bytes = 2.0 * sweeps * static_cast<double>(StateVector::BytesFor(n));
@@ -104,10 +110,10 @@ void BM_LiteralStep(benchmark::State& state) {
     state.SkipWithError("cannot allocate the state");
     return;
   }
-  SetRandom(psi, 1);
+  SetRandom(Threads(), psi, 1);
   const auto ops = ChainStep(n, false);
   for (auto _ : state) {
-    for (const Op& op : ops) ApplyLiteral(ParallelFor(), psi, op);
+    for (const Op& op : ops) ApplyLiteral(Threads(), psi, op);
     benchmark::ClobberMemory();
   }
   const double bytes = 2.0 * static_cast<double>(ops.size()) *
@@ -123,8 +129,8 @@ void BM_Measure(benchmark::State& state) {
     state.SkipWithError("cannot allocate the state");
     return;
   }
-  SetRandom(psi, 1);
-  for (auto _ : state) benchmark::DoNotOptimize(Measure(ParallelFor(), psi));
+  SetRandom(Threads(), psi, 1);
+  for (auto _ : state) benchmark::DoNotOptimize(Measure(Threads(), psi));
 }
 
 // Copies `from` into `to` in chunks on the engine's threads.
@@ -132,7 +138,7 @@ void CopyState(const StateVector& from, StateVector& to) {
   constexpr std::uint64_t kChunk = std::uint64_t{1} << 16;
   const std::uint64_t size = from.Size();
   const std::uint64_t chunks = (size + kChunk - 1) / kChunk;
-  ParallelFor().Run(chunks, [&](std::uint64_t c) {
+  Threads().Run(chunks, [&](std::uint64_t c) {
     const std::uint64_t b = c * kChunk, e = std::min(size, b + kChunk);
     std::copy(from.Re() + b, from.Re() + e, to.Re() + b);
     std::copy(from.Im() + b, from.Im() + e, to.Im() + b);
@@ -147,7 +153,7 @@ void BM_Copy(benchmark::State& state) {
     state.SkipWithError("cannot allocate the state");
     return;
   }
-  SetRandom(from, 1);
+  SetRandom(Threads(), from, 1);
   for (auto _ : state) {
     CopyState(from, to);
     benchmark::ClobberMemory();
@@ -168,7 +174,7 @@ void BM_MeasureVsCopy(benchmark::State& state) {
     state.SkipWithError("cannot allocate the state");
     return;
   }
-  SetRandom(psi, 1);
+  SetRandom(Threads(), psi, 1);
   using Clock = std::chrono::steady_clock;
   double measureSeconds = 0, copySeconds = 0;
   for (auto _ : state) {
@@ -176,7 +182,7 @@ void BM_MeasureVsCopy(benchmark::State& state) {
     CopyState(psi, to);
     benchmark::ClobberMemory();
     const auto t1 = Clock::now();
-    benchmark::DoNotOptimize(Measure(ParallelFor(), psi));
+    benchmark::DoNotOptimize(Measure(Threads(), psi));
     const auto t2 = Clock::now();
     copySeconds += std::chrono::duration<double>(t1 - t0).count();
     const double m = std::chrono::duration<double>(t2 - t1).count();
@@ -325,7 +331,7 @@ void BM_PulseSteps(benchmark::State& state) {
               "!Quantum program progs\\p.kvp\r\n@init.MI\r\n@pulse" + std::to_string(steps) +
                   ".MI\r\n");
   }
-  Simulator sim;
+  Simulator sim(DefaultThreadCount());
   sim.SetReturnInterval(std::chrono::microseconds(3600000000LL));
   using Clock = std::chrono::steady_clock;
   // Runs `program`; returns the seconds of the pulse's call, or < 0 on failure.
@@ -377,7 +383,7 @@ void BM_ChainCallTimes(benchmark::State& state) {
   std::vector<double> ms;
   double startMs = 0;
   for (auto _ : state) {
-    Simulator sim;
+    Simulator sim(DefaultThreadCount());
     CallArgs a;
     a.entry = -1;
     a.runMode = 0;
@@ -451,7 +457,7 @@ double PeakFmaRate() {
     for (int attempt = 0; attempt < 5; ++attempt) {
       std::vector<double> sink(kTasks);
       const auto t0 = std::chrono::steady_clock::now();
-      ParallelFor().Run(kTasks, [&](std::uint64_t t) { sink[t] = FmaBurst(kIterations, 1.0 + t); });
+      Threads().Run(kTasks, [&](std::uint64_t t) { sink[t] = FmaBurst(kIterations, 1.0 + t); });
       const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
       benchmark::DoNotOptimize(sink.data());
       best = std::max(best, static_cast<double>(kTasks) * kIterations * kFmaChains * 8 / s);
@@ -481,8 +487,8 @@ void BM_SubStepBounds(benchmark::State& state) {
     state.SkipWithError("cannot allocate the state");
     return;
   }
-  SetRandom(psi, 1);
-  SetRandom(from, 2);
+  SetRandom(Threads(), psi, 1);
+  SetRandom(Threads(), from, 2);
   const auto ops = ChainStep(n);
   const int sweeps = SweepCount(n, ops);
   const double peak = PeakFmaRate();
@@ -493,7 +499,7 @@ void BM_SubStepBounds(benchmark::State& state) {
     CopyState(from, to);
     benchmark::ClobberMemory();
     const auto t1 = Clock::now();
-    ApplyOps(ParallelFor(), psi, ops);
+    ApplyOps(Threads(), psi, ops);
     benchmark::ClobberMemory();
     const auto t2 = Clock::now();
     copySeconds += std::chrono::duration<double>(t1 - t0).count();
@@ -536,7 +542,7 @@ void BM_TraceRecording(benchmark::State& state) {
   std::string program = "!Quantum program progs\\chain.kvp\r\n";
   for (int k = 0; k < 16; ++k) program += "@chain.MI\r\n";
   dir.Write("chain.kvp", program);
-  Simulator sim;
+  Simulator sim(DefaultThreadCount());
   std::vector<double> times(64), q(64 * 96);
   using Clock = std::chrono::steady_clock;
   auto run = [&](bool record) {

@@ -219,7 +219,7 @@ std::optional<GateMatrix> GateMap(const ScratchSet& scratch, const std::string& 
   WriteWholeFile(scratch.Dir() + programName, std::string("@") + prepareName + "\r\n" + programText);
   for (int j = 0; j < d; ++j) {
     WriteWholeFile(scratch.Dir() + prepareName, PrepareMI(qubits, j, prepareName));
-    engine::Simulator sim;
+    engine::Simulator sim(engine::DefaultThreadCount());
     std::vector<std::array<double, 3>> q;
     if (!RunToEnd(sim, scratch.Dir(), programName, order, q, error)) return std::nullopt;
     const engine::StateVector* psi = sim.State();

@@ -108,7 +108,7 @@ bool EditPoint(const Job& job, const std::vector<double>& values, const std::str
 // reason it failed. Every point, direct or planned, runs here, so both give the same bytes.
 bool RunPoint(const std::string& dir, const std::vector<double>& values, int order,
               std::string& rows, std::string& error) {
-  engine::Simulator sim;
+  engine::Simulator sim(engine::DefaultThreadCount());
   std::vector<std::array<double, 3>> q;
   if (!RunToEnd(sim, dir, kProgramName, order, q, error)) return false;
   std::string lead;

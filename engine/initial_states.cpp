@@ -1,30 +1,26 @@
 // Initial states; the ground state uses a dense Hermitian eigensolver (Eigen).
 #include "engine/initial_states.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <complex>
 #include <vector>
 
 #include <Eigen/Dense>
 
-#include "engine/kernels.h"
-#include "engine/parallel.h"
-
 namespace orvex::engine {
-
-void SetSpinUp(StateVector& psi) {
-  psi.Clear();
-  psi.Re()[0] = 1.0;
-}
-
-void SetSpinDown(StateVector& psi) {
-  psi.Clear();
-  psi.Re()[psi.Size() - 1] = 1.0;
-}
 
 namespace {
 
-std::uint64_t SplitMix(std::uint64_t x) {
+using u64 = std::uint64_t;
+
+// Amplitudes per task, and per piece: 2^18 amplitudes are some 4 MiB to zero, or some 10 ms
+// of one core drawing random numbers.
+constexpr int kTaskBits = 14;
+constexpr int kSliceBits = 18;
+
+u64 SplitMix(u64 x) {
   x += 0x9E3779B97F4A7C15ull;
   x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
   x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
@@ -33,24 +29,68 @@ std::uint64_t SplitMix(std::uint64_t x) {
 
 } // namespace
 
-void SetRandom(StateVector& psi, std::uint64_t seed) {
-  constexpr double kTwoPi = 6.283185307179586476925;
-  constexpr double kUnit = 1.0 / 9007199254740992.0;  // 2^-53
-  constexpr std::uint64_t kGolden = 0x9E3779B97F4A7C15ull;
-  constexpr std::uint64_t kChunk = 1 << 14;
-  const std::uint64_t size = psi.Size();
+StatePreparation StatePreparation::Basis(int qubits, u64 index) {
+  StatePreparation p;
+  p.value_ = index;
+  p.size_ = u64{1} << qubits;
+  p.slices_ = static_cast<std::size_t>((p.size_ + (u64{1} << kSliceBits) - 1) >> kSliceBits);
+  p.pieces_ = p.slices_;
+  return p;
+}
+
+StatePreparation StatePreparation::Random(int qubits, u64 seed) {
+  StatePreparation p = Basis(qubits, seed);
+  p.random_ = true;
+  // Draw every slice, then scale every slice; a state of one slice in one piece.
+  p.pieces_ = p.slices_ == 1 ? 1 : 2 * p.slices_;
+  p.partial_.assign(static_cast<std::size_t>((p.size_ + (u64{1} << kTaskBits) - 1) >> kTaskBits),
+                    0.0);
+  return p;
+}
+
+void StatePreparation::ApplyPiece(const ParallelFor& policy, StateVector& psi,
+                                  std::size_t piece) {
+  if (random_ && slices_ == 1 && piece == 0) {
+    Draw(policy, psi, 0);
+    Scale(policy, psi, 0);
+    return;
+  }
+  if (random_)
+    piece < slices_ ? Draw(policy, psi, piece) : Scale(policy, psi, piece - slices_);
+  else
+    Zero(policy, psi, piece);
+}
+
+void StatePreparation::Zero(const ParallelFor& policy, StateVector& psi, std::size_t slice) {
+  const u64 begin = u64{slice} << kSliceBits, end = std::min(size_, (u64{slice} + 1) << kSliceBits);
+  const u64 tasks = ((end - begin) + (u64{1} << kTaskBits) - 1) >> kTaskBits;
   double* re = psi.Re();
   double* im = psi.Im();
-  const std::uint64_t chunks = (size + kChunk - 1) / kChunk;
-  std::vector<double> partial(chunks, 0.0);
+  policy.Run(tasks, [&](u64 t) {
+    const u64 from = begin + (t << kTaskBits), to = std::min(end, from + (u64{1} << kTaskBits));
+    std::memset(re + from, 0, (to - from) * sizeof(double));
+    std::memset(im + from, 0, (to - from) * sizeof(double));
+    if (value_ >= from && value_ < to) re[value_] = 1.0;
+  });
+}
+
+void StatePreparation::Draw(const ParallelFor& policy, StateVector& psi, std::size_t slice) {
+  constexpr double kTwoPi = 6.283185307179586476925;
+  constexpr double kUnit = 1.0 / 9007199254740992.0;  // 2^-53
+  constexpr u64 kGolden = 0x9E3779B97F4A7C15ull;
+  const u64 begin = u64{slice} << kSliceBits, end = std::min(size_, (u64{slice} + 1) << kSliceBits);
+  const u64 tasks = ((end - begin) + (u64{1} << kTaskBits) - 1) >> kTaskBits;
+  double* re = psi.Re();
+  double* im = psi.Im();
   // Output k of splitmix64 from state `seed` is SplitMix(seed + k * golden), so any
   // amplitude can be drawn on its own.
-  ParallelFor().Run(chunks, [&](std::uint64_t c) {
+  const u64 seed = value_;
+  policy.Run(tasks, [&](u64 t) {
+    const u64 from = begin + (t << kTaskBits), to = std::min(end, from + (u64{1} << kTaskBits));
     double sum = 0;
-    const std::uint64_t end = std::min(size, (c + 1) * kChunk);
-    for (std::uint64_t i = c * kChunk; i < end; ++i) {
-      const std::uint64_t a = SplitMix(seed + (2 * i) * kGolden);
-      const std::uint64_t b = SplitMix(seed + (2 * i + 1) * kGolden);
+    for (u64 i = from; i < to; ++i) {
+      const u64 a = SplitMix(seed + (2 * i) * kGolden);
+      const u64 b = SplitMix(seed + (2 * i + 1) * kGolden);
       const double u1 = static_cast<double>((a >> 11) + 1) * kUnit;  // (0, 1]
       const double u2 = static_cast<double>(b >> 11) * kUnit;        // [0, 1)
       const double r = std::sqrt(-2.0 * std::log(u1));
@@ -58,18 +98,40 @@ void SetRandom(StateVector& psi, std::uint64_t seed) {
       im[i] = r * std::sin(kTwoPi * u2);
       sum += re[i] * re[i] + im[i] * im[i];
     }
-    partial[c] = sum;
+    partial_[(begin >> kTaskBits) + t] = sum;
   });
-  double norm2 = 0;
-  for (double p : partial) norm2 += p;
-  const double scale = 1.0 / std::sqrt(norm2);
-  ParallelFor().Run(chunks, [&](std::uint64_t c) {
-    const std::uint64_t end = std::min(size, (c + 1) * kChunk);
-    for (std::uint64_t i = c * kChunk; i < end; ++i) {
+}
+
+void StatePreparation::Scale(const ParallelFor& policy, StateVector& psi, std::size_t slice) {
+  if (slice == 0) {
+    double norm2 = 0;
+    for (double p : partial_) norm2 += p;
+    scale_ = 1.0 / std::sqrt(norm2);
+  }
+  const u64 begin = u64{slice} << kSliceBits, end = std::min(size_, (u64{slice} + 1) << kSliceBits);
+  const u64 tasks = ((end - begin) + (u64{1} << kTaskBits) - 1) >> kTaskBits;
+  double* re = psi.Re();
+  double* im = psi.Im();
+  const double scale = scale_;
+  policy.Run(tasks, [&](u64 t) {
+    const u64 from = begin + (t << kTaskBits), to = std::min(end, from + (u64{1} << kTaskBits));
+    for (u64 i = from; i < to; ++i) {
       re[i] *= scale;
       im[i] *= scale;
     }
   });
+}
+
+void SetSpinUp(const ParallelFor& policy, StateVector& psi) {
+  StatePreparation::Basis(psi.Qubits(), 0).Apply(policy, psi);
+}
+
+void SetSpinDown(const ParallelFor& policy, StateVector& psi) {
+  StatePreparation::Basis(psi.Qubits(), psi.Size() - 1).Apply(policy, psi);
+}
+
+void SetRandom(const ParallelFor& policy, StateVector& psi, std::uint64_t seed) {
+  StatePreparation::Random(psi.Qubits(), seed).Apply(policy, psi);
 }
 
 void SetGroundState(StateVector& psi, const MiFile& mi) {

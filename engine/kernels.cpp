@@ -599,10 +599,11 @@ int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits) {
 }
 
 namespace {
-// A register that fits one tile takes its factors in runs of about 2^kPieceBits amplitude
-// updates; a larger one takes each sweep in slices of 2^kSliceBits amplitudes.
+// Work of one piece: about 2^kPieceBits amplitude updates (some 10 ms of one core). A
+// register that fits one tile takes its factors in runs of that many updates; a larger one
+// takes each sweep in slices of tiles, the fewer amplitudes the more factors the sweep
+// applies (bringing a tile in and out counts as one more factor).
 constexpr int kPieceBits = 22;
-constexpr int kSliceBits = 20;
 } // namespace
 
 struct OpsPlan::Impl {
@@ -613,10 +614,10 @@ struct OpsPlan::Impl {
   struct Sweep {
     Tile tile;
     std::vector<Op> local;  // the group's factors on the tile's local bits
+    u64 tilesPerSlice = 1;
+    std::size_t firstPiece = 0, slices = 1;
   };
   std::vector<Sweep> sweeps;
-  u64 tilesPerSlice = 1;
-  u64 slicesPerSweep = 1;
   std::size_t pieces = 0;
 };
 
@@ -631,6 +632,7 @@ OpsPlan::OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits) {
     impl->opsPerPiece = std::max<std::size_t>(1, (std::size_t{1} << kPieceBits) >> qubits);
     impl->pieces = (ops.size() + impl->opsPerPiece - 1) / impl->opsPerPiece;
   } else {
+    const u64 tiles = u64{1} << (qubits - tileBits);
     for (const Group& g : PlanGroups(qubits, ops, tileBits)) {
       Impl::Sweep sweep{MakeTile(qubits, g.bits), {}};
       for (const Op* op : g.ops) {
@@ -639,13 +641,20 @@ OpsPlan::OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits) {
         if (op->kind == Op::Pair) l.b = sweep.tile.localOf[op->b];
         sweep.local.push_back(l);
       }
+      // The largest power of two of tiles within the piece's work, but at least eight tiles,
+      // so that the threads share every piece (tile counts are powers of two, so the slices
+      // divide the sweep).
+      const u64 perTile = (u64{1} << tileBits) * (sweep.local.size() + 1);
+      u64 perSlice = 1;
+      while (perSlice < tiles &&
+             (perSlice < 8 || 2 * perSlice * perTile <= (u64{1} << kPieceBits)))
+        perSlice *= 2;
+      sweep.tilesPerSlice = perSlice;
+      sweep.slices = static_cast<std::size_t>(tiles / perSlice);
+      sweep.firstPiece = impl->pieces;
+      impl->pieces += sweep.slices;
       impl->sweeps.push_back(std::move(sweep));
     }
-    impl->tilesPerSlice = u64{1} << std::max(0, kSliceBits - tileBits);
-    const u64 tiles = u64{1} << (qubits - tileBits);
-    impl->tilesPerSlice = std::min(impl->tilesPerSlice, tiles);
-    impl->slicesPerSweep = tiles / impl->tilesPerSlice;
-    impl->pieces = impl->sweeps.size() * impl->slicesPerSweep;
   }
   impl_ = std::move(impl);
 }
@@ -664,20 +673,22 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     for (std::size_t k = from; k < to; ++k) BlockOp(psi.Re(), psi.Im(), psi.Size(), p.ops[k]);
     return;
   }
-  const Impl::Sweep& sweep = p.sweeps[piece / p.slicesPerSweep];
-  const u64 first = (piece % p.slicesPerSweep) * p.tilesPerSlice;
+  std::size_t s = 0;
+  while (piece >= p.sweeps[s].firstPiece + p.sweeps[s].slices) ++s;
+  const Impl::Sweep& sweep = p.sweeps[s];
+  const u64 first = (piece - sweep.firstPiece) * sweep.tilesPerSlice;
   const u64 tileSize = u64{1} << p.tileBits;
   double* re = psi.Re();
   double* im = psi.Im();
   if (sweep.tile.run == p.tileBits) {
     // The tile is contiguous: its factors run in place, with no copy in or out.
-    policy.Run(p.tilesPerSlice, [&](u64 k) {
+    policy.Run(sweep.tilesPerSlice, [&](u64 k) {
       const u64 base = TileBase(sweep.tile, first + k);
       for (const Op& op : sweep.local) BlockOp(re + base, im + base, tileSize, op);
     });
     return;
   }
-  policy.Run(p.tilesPerSlice, [&](u64 k) {
+  policy.Run(sweep.tilesPerSlice, [&](u64 k) {
     Buffer& buf = ThreadBuffer();
     buf.Fit(tileSize);
     const u64 base = TileBase(sweep.tile, first + k);
@@ -700,75 +711,140 @@ namespace {
 // tile of up to 2^(tileBits + 1) amplitudes, so up to tileBits + 1 - kMeasureRunBits high
 // qubits in one layout, ten with the default tiles: one gathered layout up to 26 qubits).
 constexpr int kMeasureRunBits = 7;
+// Amplitudes read by one piece of a measurement: 2^20 (16 MiB), a few milliseconds.
+constexpr int kMeasureSliceBits = 20;
 } // namespace
 
-template <class For>
-Expectations Measure(const For& policy, const StateVector& psi, int tileBits) {
-  Expectations e;
-  const int n = psi.Qubits();
-  e.qubits.resize(n);
-  if (psi.Empty()) return e;
-  // Per qubit: sx, sy, s0 (see BlockBloch), summed over the tasks in task order.
-  std::vector<double> sums(3 * static_cast<std::size_t>(n), 0.0);
+struct Measurement::Impl {
+  int qubits = 0;
+  int tileBits = 0;
+  struct Layout {
+    Tile tile;              // empty bits: the contiguous tiles of the low qubits, in place
+    int width;              // tile bits
+    int firstQubit, count;  // the qubits measured in it: the tile's top `count` bits
+    u64 firstTask, tasks;
+  };
+  std::vector<Layout> layouts;  // empty: one tile holds the register
+  u64 tasks = 1;
+  std::vector<u64> pieceStart;  // first task of each piece, then the number of tasks
+  std::size_t stride = 0, pieces = 1;
+  // Each task's sums: 3 per measured qubit, then (contiguous tiles) the tile's norm.
+  std::vector<double> partial;
+};
+
+Measurement::Measurement() = default;
+Measurement::~Measurement() = default;
+Measurement::Measurement(Measurement&&) noexcept = default;
+Measurement& Measurement::operator=(Measurement&&) noexcept = default;
+
+Measurement::Measurement(int qubits, int tileBits) : impl_(std::make_unique<Impl>()) {
+  Impl& m = *impl_;
+  m.qubits = qubits;
   // A register larger than the apply kernels' tile is cut into at least four tiles, so that
   // every thread gets work.
-  if (n > kTileBits) tileBits = std::min(tileBits, n - 2);
-  if (n <= tileBits) {
-    // One tile holds the register: one task on the calling thread.
-    BlockBloch(psi.Re(), psi.Im(), psi.Size(), 0, n, sums.data(), &e.norm2);
-  } else {
-    struct Layout {
-      Tile tile;              // empty bits: the contiguous tiles of the low qubits, in place
-      int width;              // tile bits
-      int firstQubit, count;  // the qubits measured in it: the tile's top `count` bits
-      u64 firstTask, tasks;
-    };
-    std::vector<Layout> layouts;
-    layouts.push_back({Tile{}, tileBits, 0, tileBits, 0, u64{1} << (n - tileBits)});
-    const int run = std::min(kMeasureRunBits, tileBits / 2);
-    const int perLayout = tileBits + 1 - run;
-    for (int b = tileBits; b < n; b += perLayout) {
-      const int count = std::min(perLayout, n - b);
-      std::vector<int> bits;
-      for (int k = 0; k < run; ++k) bits.push_back(k);
-      for (int k = 0; k < count; ++k) bits.push_back(b + k);
-      const Layout& last = layouts.back();
-      layouts.push_back({MakeTile(n, bits), run + count, b, count, last.firstTask + last.tasks,
-                         u64{1} << (n - run - count)});
-    }
-    const u64 tasks = layouts.back().firstTask + layouts.back().tasks;
-    // Each task's sums: 3 per measured qubit, then (contiguous tiles) the tile's norm.
-    const std::size_t stride = 3 * static_cast<std::size_t>(std::max(tileBits, perLayout)) + 1;
-    std::vector<double> partial(tasks * stride, 0.0);
-    policy.Run(tasks, [&](u64 task) {
-      std::size_t l = 0;
-      while (task >= layouts[l].firstTask + layouts[l].tasks) ++l;
-      const Layout& layout = layouts[l];
-      const u64 t = task - layout.firstTask;
-      const u64 size = u64{1} << layout.width;
-      double* out = &partial[task * stride];
-      if (l == 0) {
-        BlockBloch(psi.Re() + t * size, psi.Im() + t * size, size, 0, tileBits, out,
-                   out + 3 * tileBits);
-        return;
-      }
-      Buffer& buf = ThreadBuffer();
-      buf.Fit(size);
-      Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.data(),
-             buf.im.data());
-      BlockBloch(buf.re.data(), buf.im.data(), size, layout.width - layout.count, layout.width,
-                 out);
-    });
-    for (const Layout& layout : layouts)
-      for (u64 t = 0; t < layout.tasks; ++t) {
-        const double* in = &partial[(layout.firstTask + t) * stride];
-        for (int k = 0; k < 3 * layout.count; ++k) sums[3 * layout.firstQubit + k] += in[k];
-        if (layout.firstTask == 0) e.norm2 += in[3 * layout.count];
-      }
+  if (qubits > kTileBits) tileBits = std::min(tileBits, qubits - 2);
+  m.tileBits = tileBits;
+  if (qubits <= tileBits) {
+    m.stride = 3 * static_cast<std::size_t>(qubits) + 1;
+    m.partial.assign(m.stride, 0.0);
+    return;
   }
+  const int n = qubits;
+  m.layouts.push_back({Tile{}, tileBits, 0, tileBits, 0, u64{1} << (n - tileBits)});
+  const int run = std::min(kMeasureRunBits, tileBits / 2);
+  const int perLayout = tileBits + 1 - run;
+  for (int b = tileBits; b < n; b += perLayout) {
+    const int count = std::min(perLayout, n - b);
+    std::vector<int> bits;
+    for (int k = 0; k < run; ++k) bits.push_back(k);
+    for (int k = 0; k < count; ++k) bits.push_back(b + k);
+    const Impl::Layout& last = m.layouts.back();
+    m.layouts.push_back({MakeTile(n, bits), run + count, b, count, last.firstTask + last.tasks,
+                         u64{1} << (n - run - count)});
+  }
+  m.tasks = m.layouts.back().firstTask + m.layouts.back().tasks;
+  m.stride = 3 * static_cast<std::size_t>(std::max(tileBits, perLayout)) + 1;
+  m.partial.assign(m.tasks * m.stride, 0.0);
+  // A piece ends once its tasks have read 2^kMeasureSliceBits amplitudes (a register read
+  // in two layouts of at most that many together is one piece).
+  m.pieceStart.push_back(0);
+  u64 read = 0;
+  for (const Impl::Layout& layout : m.layouts)
+    for (u64 t = 0; t < layout.tasks; ++t) {
+      if (read >= (u64{1} << kMeasureSliceBits)) {
+        m.pieceStart.push_back(layout.firstTask + t);
+        read = 0;
+      }
+      read += u64{1} << layout.width;
+    }
+  m.pieceStart.push_back(m.tasks);
+  m.pieces = m.pieceStart.size() - 1;
+}
+
+std::size_t Measurement::Pieces() const { return impl_ ? impl_->pieces : 0; }
+
+template <class For>
+void Measurement::MeasurePiece(const For& policy, const StateVector& psi, std::size_t piece) {
+  Impl& m = *impl_;
+  if (m.layouts.empty()) {
+    // One tile holds the register: one task on the calling thread.
+    BlockBloch(psi.Re(), psi.Im(), psi.Size(), 0, m.qubits, m.partial.data(),
+               m.partial.data() + 3 * m.qubits);
+    return;
+  }
+  const u64 first = m.pieceStart[piece];
+  const u64 count = m.pieceStart[piece + 1] - first;
+  policy.Run(count, [&](u64 k) {
+    const u64 task = first + k;
+    std::size_t l = 0;
+    while (task >= m.layouts[l].firstTask + m.layouts[l].tasks) ++l;
+    const Impl::Layout& layout = m.layouts[l];
+    const u64 t = task - layout.firstTask;
+    const u64 size = u64{1} << layout.width;
+    double* out = &m.partial[task * m.stride];
+    if (l == 0) {
+      BlockBloch(psi.Re() + t * size, psi.Im() + t * size, size, 0, m.tileBits, out,
+                 out + 3 * m.tileBits);
+      return;
+    }
+    Buffer& buf = ThreadBuffer();
+    buf.Fit(size);
+    Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.data(),
+           buf.im.data());
+    BlockBloch(buf.re.data(), buf.im.data(), size, layout.width - layout.count, layout.width,
+               out);
+  });
+}
+
+Expectations Measurement::Result() const {
+  Expectations e;
+  if (!impl_) return e;
+  const Impl& m = *impl_;
+  const int n = m.qubits;
+  e.qubits.resize(n);
+  // Per qubit: sx, sy, s0 (see BlockBloch), summed over the tasks in task order.
+  std::vector<double> sums(3 * static_cast<std::size_t>(n), 0.0);
+  if (m.layouts.empty()) {
+    std::copy(m.partial.begin(), m.partial.begin() + 3 * n, sums.begin());
+    e.norm2 = m.partial[3 * n];
+  }
+  for (const Impl::Layout& layout : m.layouts)
+    for (u64 t = 0; t < layout.tasks; ++t) {
+      const double* in = &m.partial[(layout.firstTask + t) * m.stride];
+      for (int k = 0; k < 3 * layout.count; ++k) sums[3 * layout.firstQubit + k] += in[k];
+      if (layout.firstTask == 0) e.norm2 += in[3 * layout.count];
+    }
   for (int q = 0; q < n; ++q)
     e.qubits[q] = {2 * sums[3 * q], 2 * sums[3 * q + 1], 2 * sums[3 * q + 2] - e.norm2};
   return e;
+}
+
+template <class For>
+Expectations Measure(const For& policy, const StateVector& psi, int tileBits) {
+  if (psi.Empty()) return Expectations{};
+  Measurement m(psi.Qubits(), tileBits);
+  for (std::size_t p = 0; p < m.Pieces(); ++p) m.MeasurePiece(policy, psi, p);
+  return m.Result();
 }
 
 template void ApplyLiteral<ParallelFor>(const ParallelFor&, StateVector&, const Op&);
@@ -782,5 +858,9 @@ template void OpsPlan::ApplyPiece<ParallelFor>(const ParallelFor&, StateVector&,
                                                std::size_t) const;
 template void OpsPlan::ApplyPiece<SequentialFor>(const SequentialFor&, StateVector&,
                                                  std::size_t) const;
+template void Measurement::MeasurePiece<ParallelFor>(const ParallelFor&, const StateVector&,
+                                                     std::size_t);
+template void Measurement::MeasurePiece<SequentialFor>(const SequentialFor&, const StateVector&,
+                                                       std::size_t);
 
 } // namespace orvex::engine

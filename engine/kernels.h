@@ -46,6 +46,28 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops,
 template <class For>
 Expectations Measure(const For& policy, const StateVector& psi, int tileBits = kMeasureTileBits);
 
+// Measure in pieces: each piece takes a fixed range of its tasks and keeps every task's sums
+// apart until Result adds them in task order, so the values have Measure's bits however the
+// pieces are spread over calls and threads. Pieces may come in any order, but all of them on
+// the same state.
+class Measurement {
+public:
+  Measurement();
+  explicit Measurement(int qubits, int tileBits = kMeasureTileBits);
+  ~Measurement();
+  Measurement(Measurement&&) noexcept;
+  Measurement& operator=(Measurement&&) noexcept;
+
+  std::size_t Pieces() const;
+  template <class For>
+  void MeasurePiece(const For& policy, const StateVector& psi, std::size_t piece);
+  Expectations Result() const;
+
+private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
 // A factor list prepared for application in pieces: the tiled sweeps of ApplyOps cut into
 // slices of tiles (or, for a register that fits one tile, runs of factors). Applying the
 // pieces in order, in one call or spread over many, gives exactly ApplyOps' result, so a

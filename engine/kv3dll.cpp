@@ -2,14 +2,15 @@
 // whole library, kept between calls.
 #include "engine/kv3dll.h"
 
-
+#include "engine/parallel.h"
 #include "engine/simulator.h"
 #include "engine/state_copy.h"
 
 namespace {
 
+// The one place the library chooses its threads: ORVEX_THREADS, else every core.
 orvex::engine::Simulator& Engine() {
-  static orvex::engine::Simulator simulator;
+  static orvex::engine::Simulator simulator(orvex::engine::DefaultThreadCount());
   return simulator;
 }
 

@@ -1,5 +1,5 @@
-// The persistent worker pool behind ParallelFor: workers sleep on a condition variable and
-// pull task indices from one atomic counter while a job is posted.
+// The worker pool behind ParallelFor: workers sleep on a condition variable and pull task
+// indices from one atomic counter while a job is posted.
 #include "engine/parallel.h"
 
 #include <atomic>
@@ -11,27 +11,22 @@
 
 namespace orvex::engine {
 
-unsigned EngineThreadCount() {
-  static const unsigned count = [] {
-    if (const char* env = std::getenv("ORVEX_THREADS")) {
-      char* end = nullptr;
-      long v = std::strtol(env, &end, 10);
-      if (end != env && v > 0) return static_cast<unsigned>(v > 1024 ? 1024 : v);
-    }
-    unsigned hw = std::thread::hardware_concurrency();
-    return hw == 0 ? 1u : hw;
-  }();
-  return count;
+unsigned DefaultThreadCount() {
+  if (const char* env = std::getenv("ORVEX_THREADS")) {
+    char* end = nullptr;
+    long v = std::strtol(env, &end, 10);
+    if (end != env && v > 0) return static_cast<unsigned>(v > 1024 ? 1024 : v);
+  }
+  unsigned hw = std::thread::hardware_concurrency();
+  return hw == 0 ? 1u : hw;
 }
 
-namespace {
-
-class Pool {
+class WorkerPool {
 public:
-  explicit Pool(unsigned threads) {
+  explicit WorkerPool(unsigned threads) {
     for (unsigned i = 1; i < threads; ++i) workers_.emplace_back([this] { Work(); });
   }
-  ~Pool() {
+  ~WorkerPool() {
     {
       std::lock_guard<std::mutex> lock(mutex_);
       stop_ = true;
@@ -41,10 +36,6 @@ public:
   }
 
   void Run(std::uint64_t count, void (*fn)(void*, std::uint64_t), void* ctx) {
-    if (workers_.empty()) {
-      for (std::uint64_t i = 0; i < count; ++i) fn(ctx, i);
-      return;
-    }
     // One job at a time: kernels are called from one thread (the caller of the engine).
     std::lock_guard<std::mutex> jobLock(jobMutex_);
     {
@@ -100,17 +91,13 @@ private:
   std::atomic<std::uint64_t> next_{0};
 };
 
-Pool& SharedPool() {
-  static Pool pool(EngineThreadCount());
-  return pool;
+ParallelFor::ParallelFor(unsigned threads) : threads_(threads == 0 ? 1 : threads) {
+  if (threads_ > 1) pool_ = std::make_shared<WorkerPool>(threads_);
 }
 
-} // namespace
-
-namespace detail {
-void RunOnPool(std::uint64_t count, void (*fn)(void*, std::uint64_t), void* ctx) {
-  SharedPool().Run(count, fn, ctx);
+void ParallelFor::RunOnPool(std::uint64_t count, void (*fn)(void*, std::uint64_t),
+                            void* ctx) const {
+  pool_->Run(count, fn, ctx);
 }
-} // namespace detail
 
 } // namespace orvex::engine

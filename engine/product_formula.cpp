@@ -325,22 +325,22 @@ std::size_t ProductFormula::Pieces() const {
   return pieces;
 }
 
-bool ProductFormula::ApplyNext(StateVector& psi) {
+bool ProductFormula::ApplyNext(const ParallelFor& policy, StateVector& psi) {
   if (next_ < pieces_) {
     std::size_t piece = next_++;
     bool done = false;
     for (const GroupPlan& g : groupPlans_) {
       if (piece < g.Pieces()) {
-        g.ApplyPiece(ParallelFor(), psi, piece);
+        g.ApplyPiece(policy, psi, piece);
         done = true;
         break;
       }
       piece -= g.Pieces();
     }
     if (!done && literal_)
-      ApplyLiteral(ParallelFor(), psi, literalOps_[piece]);
+      ApplyLiteral(policy, psi, literalOps_[piece]);
     else if (!done)
-      plan_.ApplyPiece(ParallelFor(), psi, piece);
+      plan_.ApplyPiece(policy, psi, piece);
   }
   if (next_ < pieces_) return false;
   open_ = false;
@@ -350,17 +350,28 @@ bool ProductFormula::ApplyNext(StateVector& psi) {
   return true;
 }
 
-void ProductFormula::Flush(StateVector& psi) {
-  if (!idle_.Empty()) {
-    ApplyOps(ParallelFor(), psi, idle_.Ops());
+bool ProductFormula::FlushNext(const ParallelFor& policy, StateVector& psi) {
+  if (!open_) {
+    // The pending evolution becomes a batch of its own: the groups' matrices, then the idle
+    // qubits' rotations.
+    groupPlans_.clear();
+    for (Group& g : groups_) {
+      if (!g.dirty) continue;
+      groupPlans_.emplace_back(qubits_, g.bits, std::move(g.pending));
+      g.pending = Identity(std::size_t{1} << g.bits.size());
+      g.dirty = false;
+    }
+    literalOps_.clear();
+    if (literal_)
+      literalOps_ = std::move(idle_.Ops());
+    else
+      plan_ = OpsPlan(qubits_, idle_.Ops());
     idle_ = FactorList(true);
+    next_ = 0;
+    pieces_ = Pieces();
+    open_ = true;
   }
-  for (Group& g : groups_) {
-    if (!g.dirty) continue;
-    GroupPlan(qubits_, g.bits, std::move(g.pending)).Apply(ParallelFor(), psi);
-    g.pending = Identity(std::size_t{1} << g.bits.size());
-    g.dirty = false;
-  }
+  return ApplyNext(policy, psi);
 }
 
 } // namespace orvex::engine

@@ -13,6 +13,7 @@
 #include "engine/group_plan.h"
 #include "engine/kernels.h"
 #include "engine/mi_file.h"
+#include "engine/parallel.h"
 #include "engine/state_vector.h"
 
 namespace orvex::engine {
@@ -71,10 +72,11 @@ public:
   bool Open(std::int64_t k, std::int64_t l, std::int64_t count, bool endsInterval);
   bool IsOpen() const { return open_; }
   // Applies the open batch's next piece; true when that was its last and the batch is closed.
-  bool ApplyNext(StateVector& psi);
-  // Applies the folded evolution that is still pending (so that the state is the literal
-  // product's at the last sub-step done), all at once.
-  void Flush(StateVector& psi);
+  bool ApplyNext(const ParallelFor& policy, StateVector& psi);
+  // Applies the next piece of the folded evolution that is still pending, so that once it
+  // returns true the state is the literal product's at the last sub-step done. Call it only
+  // between batches; it opens a batch of its own, which it closes with its last piece.
+  bool FlushNext(const ParallelFor& policy, StateVector& psi);
 
 private:
   // A group of qubits coupled only among themselves, evolved in its own 2^k space.

@@ -14,7 +14,7 @@
 #include <stdexcept>
 
 #include "engine/initial_states.h"
-#include "engine/numbers.h"
+#include "workspace/numbers.h"
 #include "engine/parallel.h"
 #include "engine/program_cursor.h"
 #include "engine/version.h"
@@ -53,7 +53,11 @@ std::string OutputName(int q) {
 struct Simulator::Context {
   explicit Context(Simulator& owner) : owner(owner) {}
 
-  Simulator& owner;  // its settings and trace
+  using Clock = std::chrono::steady_clock;
+  // The returns a call makes once the reported values are measured.
+  enum class Return { None, Early, StepDone, Breakpoint, End };
+
+  Simulator& owner;  // its settings, threads and trace
   ProgramTree tree;
   StateVector psi;
   std::FILE* log = nullptr;
@@ -66,14 +70,33 @@ struct Simulator::Context {
   // time returned between two of its pieces.
   std::unique_ptr<ProductFormula> formula;
   std::int64_t batchCount = 0;  // sub-steps of the open batch
+  bool batchEndsMain = false;   // the open batch ends a main step
+  bool batchDone = false;       // a batch (or an MI's beginning) was just done: look at the time
 
   // A step (step mode) that a call began and left unfinished when its time ran out.
   bool stepOpen = false;
 
+  // Work that a call leaves open when its time runs out, in pieces; the next call finishes
+  // it before anything else, in this order: the state's preparation (at a start or for an
+  // initial state), the measurement of the reported values, then what waits for those.
+  StatePreparation prep;
+  std::size_t prepNext = 0;
+  bool prepOpen = false;
+  bool measureOpen = false;  // the pending folded evolution, then the measurement, begun
+  bool measuring = false;    // ... past the folded evolution
+  Measurement measurement;
+  std::size_t measureNext = 0;
+  double measureWork = 0;
+  bool measureDue = false;  // measure before going on (an initial state is reported)
+  bool recordDue = false;   // a main step or an initial state awaits its output line
+  bool finishDue = false;   // a finished MI awaits its log line and norm check
+  Return due = Return::None;
+
   bool qValid = false;
   Expectations q;
+  double qTime = 0;  // the program time q belongs to
   double measureSeconds = 0;  // what the last measurement of the reported values took
-  std::chrono::steady_clock::time_point measuredAt;  // when it ended
+  Clock::time_point measuredAt;  // when it ended
   EngineError error;
 
   ~Context() {
@@ -97,38 +120,127 @@ struct Simulator::Context {
 
   bool BatchOpen() const { return formula && formula->IsOpen(); }
 
-  // Measures the reported values, after applying the folded evolution still pending so that
-  // the state is the literal product's at the last completed sub-step.
-  void MeasureNow() {
-    if (formula) formula->Flush(psi);
-    const auto before = std::chrono::steady_clock::now();
-    q = Measure(ParallelFor(), psi);
-    measuredAt = std::chrono::steady_clock::now();
-    measureSeconds = std::chrono::duration<double>(measuredAt - before).count();
-    qValid = true;
+  void Prepare(StatePreparation p) {
+    prep = std::move(p);
+    prepNext = 0;
+    prepOpen = true;
+    qValid = false;
   }
+
+  // Brings the reported values up to date: applies the folded evolution still pending, so
+  // that the state is the literal product's at the last completed sub-step, then measures;
+  // both in pieces, at least one per call. False when the time ran out first.
+  template <class TimeUp>
+  bool Measured(const TimeUp& timeUp);
+  // Finishes the work left open (see above); false when the time ran out first, `ok` false
+  // on a failure.
+  template <class TimeUp>
+  bool Settle(const TimeUp& timeUp, std::int32_t* status, bool& ok);
+  // Makes the return that was due, and clears it.
+  void MakeReturn(std::int32_t* progress, std::int32_t* flags);
 
   // The record of a completed main step or an initial state: the output files' line and the
   // trace's record, from one measurement.
   bool WriteOutput(std::int32_t* status);
   bool FinishMi(std::int32_t* status);
-  bool BeginMi(const MiFile* mi, std::int32_t* status);
+  void BeginMi(const MiFile* mi);
   // Opens the batch that starts at the current sub-step: up to the next multiple of the MI's
   // batch size (never past the end of the main step), or, `single`, one sub-step that is
   // reported.
   void OpenFromHere(bool single);
   // Applies pieces of the open batch until it is done (true) or the time is up (false). A
-  // finished batch advances the position; the MI may end with it (`ok` false on a failure).
+  // finished batch advances the position and leaves the records it completes due.
   template <class TimeUp>
-  bool AdvanceBatch(const TimeUp& timeUp, std::int32_t* status, bool& ok);
+  bool AdvanceBatch(const TimeUp& timeUp);
   // Begins the next MI, passing over breakpoints; false at the end of the program.
-  bool BeginNext(std::int32_t* status, bool& ok);
+  bool BeginNext();
 };
+
+template <class TimeUp>
+bool Simulator::Context::Measured(const TimeUp& timeUp) {
+  if (qValid || psi.Empty()) return true;
+  measureOpen = true;
+  for (;;) {
+    if (!measuring) {
+      if (formula && !formula->FlushNext(owner.policy_, psi)) {
+        if (timeUp()) return false;
+        continue;
+      }
+      measurement = Measurement(psi.Qubits());
+      measureNext = 0;
+      measureWork = 0;
+      measuring = true;
+    }
+    if (measureNext < measurement.Pieces()) {
+      const auto before = Clock::now();
+      measurement.MeasurePiece(owner.policy_, psi, measureNext++);
+      measuredAt = Clock::now();
+      measureWork += std::chrono::duration<double>(measuredAt - before).count();
+    }
+    if (measureNext == measurement.Pieces()) {
+      q = measurement.Result();
+      qTime = cursor.Time();
+      measurement = Measurement();
+      measureSeconds = measureWork;
+      measuring = measureOpen = false;
+      qValid = true;
+      return true;
+    }
+    if (timeUp()) return false;
+  }
+}
+
+template <class TimeUp>
+bool Simulator::Context::Settle(const TimeUp& timeUp, std::int32_t* status, bool& ok) {
+  ok = true;
+  if (prepOpen) {
+    while (prepNext < prep.Pieces()) {
+      prep.ApplyPiece(owner.policy_, psi, prepNext++);
+      if (prepNext < prep.Pieces() && timeUp()) return false;
+    }
+    prep = StatePreparation();
+    prepOpen = false;
+  }
+  const bool record = recordDue && (!out.empty() || owner.trace_.Recording());
+  if ((measureOpen || measureDue || record || finishDue || due != Return::None) &&
+      !Measured(timeUp))
+    return false;
+  measureDue = false;
+  if (recordDue) {
+    recordDue = false;
+    if (!(ok = WriteOutput(status))) return true;
+  }
+  if (finishDue) {
+    finishDue = false;
+    ok = FinishMi(status);
+  }
+  return true;
+}
+
+void Simulator::Context::MakeReturn(std::int32_t* progress, std::int32_t* flags) {
+  switch (due) {
+  case Return::None: break;
+  case Return::Early: flags[0] = 1; break;
+  case Return::StepDone:
+    stepOpen = false;
+    *progress = cursor.AnythingLeft() ? 1 : 0;
+    if (*progress == 0) cursor.End();
+    break;
+  case Return::Breakpoint:
+    // Halt with the position after the breakpoint, so going on passes it.
+    *progress = 1;
+    break;
+  case Return::End:
+    *progress = 0;
+    cursor.End();
+    break;
+  }
+  due = Return::None;
+}
 
 bool Simulator::Context::WriteOutput(std::int32_t* status) {
   TraceBuffer& trace = owner.trace_;
   if (out.empty() && !trace.Recording()) return true;
-  if (!qValid) MeasureNow();
   const double time = cursor.Time();
   trace.AddSigma(time, q.qubits);
   for (std::size_t i = 0; i < out.size(); ++i) {
@@ -146,7 +258,6 @@ bool Simulator::Context::WriteOutput(std::int32_t* status) {
 bool Simulator::Context::FinishMi(std::int32_t* status) {
   const MiFile& mi = *cursor.Mi();
   cursor.Finish();
-  if (!qValid) MeasureNow();
   const double tau = mi.timeStep;
   Log("MI " + mi.name + ": " + std::to_string(mi.fieldSteps) + " main steps, " +
       std::to_string(mi.intermediateSteps) + " intermediate steps, time step " +
@@ -161,64 +272,70 @@ bool Simulator::Context::FinishMi(std::int32_t* status) {
   return true;
 }
 
-bool Simulator::Context::BeginMi(const MiFile* mi, std::int32_t* status) {
+void Simulator::Context::BeginMi(const MiFile* mi) {
   cursor.Begin(mi);
   formula = std::make_unique<ProductFormula>(*mi, integrator, psi.Qubits(), owner.literal_,
                                              owner.batchLimit_);
+  const int n = psi.Qubits();
   if (mi->initial != InitialState::None) {
     switch (mi->initial) {
-    case InitialState::SpinUp: SetSpinUp(psi); break;
-    case InitialState::SpinDown: SetSpinDown(psi); break;
-    case InitialState::Random: SetRandom(psi, mi->seed); break;
-    case InitialState::Ground: SetGroundState(psi, *mi); break;
+    case InitialState::SpinUp: Prepare(StatePreparation::Basis(n, 0)); break;
+    case InitialState::SpinDown: Prepare(StatePreparation::Basis(n, psi.Size() - 1)); break;
+    case InitialState::Random: Prepare(StatePreparation::Random(n, mi->seed)); break;
+    case InitialState::Ground:
+      SetGroundState(psi, *mi);
+      qValid = false;
+      break;
     case InitialState::None: break;
     }
-    // Measured now, so that a return inside the next batch reports this state.
-    MeasureNow();
-    if (!WriteOutput(status)) return false;
+    // Measured before the evolution, so that a return inside the next batch reports this
+    // state.
+    measureDue = recordDue = true;
   }
-  if (mi->fieldSteps == 0) return FinishMi(status);
-  return true;
+  if (mi->fieldSteps == 0) finishDue = true;
 }
 
 void Simulator::Context::OpenFromHere(bool single) {
   const std::int64_t n = cursor.SubStepsPerMain(), l = cursor.SubStep();
   const std::int64_t batch = formula->Batch();
   batchCount = single ? 1 : std::min(batch - l % batch, n - l);
-  if (formula->Open(cursor.MainStep(), l, batchCount, single || l + batchCount == n))
-    qValid = false;
+  batchEndsMain = l + batchCount == n;
+  if (formula->Open(cursor.MainStep(), l, batchCount, single || batchEndsMain)) qValid = false;
 }
 
 template <class TimeUp>
-bool Simulator::Context::AdvanceBatch(const TimeUp& timeUp, std::int32_t* status, bool& ok) {
-  while (!formula->ApplyNext(psi))
+bool Simulator::Context::AdvanceBatch(const TimeUp& timeUp) {
+  while (!formula->ApplyNext(owner.policy_, psi))
     if (timeUp()) return false;
   if (cursor.Advance(batchCount)) {
-    if (!(ok = WriteOutput(status))) return true;
-    if (cursor.MiDone()) ok = FinishMi(status);
+    recordDue = true;
+    if (cursor.MiDone()) finishDue = true;
   }
   return true;
 }
 
-bool Simulator::Context::BeginNext(std::int32_t* status, bool& ok) {
+bool Simulator::Context::BeginNext() {
   const MiFile* mi = nullptr;
   for (;;) {
     const ProgramCursor::Item it = cursor.Next(mi);
     if (it == ProgramCursor::Item::End) return false;
     if (it == ProgramCursor::Item::Mi) break;
   }
-  ok = BeginMi(mi, status);
+  BeginMi(mi);
   return true;
 }
 
-Simulator::Simulator() : memoryLimit_(PhysicalMemory()) {}
+Simulator::Simulator() : Simulator(1) {}
+Simulator::Simulator(unsigned threads) : policy_(threads), memoryLimit_(PhysicalMemory()) {}
 Simulator::~Simulator() = default;
 
 int Simulator::Qubits() const { return context_ ? context_->psi.Qubits() : 0; }
 const StateVector* Simulator::State() const {
-  return context_ && !context_->psi.Empty() ? &context_->psi : nullptr;
+  // No state until its preparation at the start is done.
+  return context_ && !context_->psi.Empty() && !context_->prepOpen ? &context_->psi : nullptr;
 }
 double Simulator::ProgramTime() const { return context_ ? context_->cursor.Time() : 0.0; }
+double Simulator::ReportedTime() const { return context_ ? context_->qTime : 0.0; }
 
 void Simulator::Call(CallArgs& a) {
   Call(&a.status, &a.progress, &a.runMode, &a.noOutputFiles, &a.entry, a.x, a.y, a.z, a.flags,
@@ -240,9 +357,8 @@ void Simulator::Fail(std::int32_t* status, const EngineError& e) {
 void Simulator::Report(double* x, double* y, double* z) {
   if (!context_ || context_->psi.Empty()) return;
   Context& c = *context_;
-  // Inside a batch the state is half-way through its factors: the values are those measured
-  // last, at a sub-step boundary.
-  if (!c.qValid && !c.BatchOpen()) c.MeasureNow();
+  // The values measured last: a return that leaves work open (inside a batch, a preparation
+  // or a measurement) reports those of the last completed measurement.
   for (int i = 0; i < c.psi.Qubits() && i < kMaxQubits; ++i) {
     x[i] = (1 - c.q.qubits[i].x) / 2;
     y[i] = (1 - c.q.qubits[i].y) / 2;
@@ -351,17 +467,18 @@ void Simulator::Start(std::int32_t* status, std::int32_t noOutputFiles, std::int
   c.Log("qubits: " + std::to_string(n));
   c.Log("state vector: " + std::to_string(std::uint64_t{1} << n) + " amplitudes, " +
         std::to_string(bytes) + " bytes");
-  c.Log("threads: " + std::to_string(EngineThreadCount()));
+  c.Log("threads: " + std::to_string(policy_.Threads()));
   c.Log(c.integrator == kFourthOrder
             ? "integrator: fourth order (triple jump of the symmetric second-order step)"
             : "integrator: second order (symmetric product formula)");
   for (const MiFile* mi : c.tree.Mis())
     for (const std::string& w : mi->warnings) c.Log("warning: " + w);
-  if (bytes > memoryLimit_ || !c.psi.Allocate(n))
+  if (bytes > memoryLimit_ || !c.psi.AllocateUnset(n))
     return Fail(status, {code::kAllocation, name, 0,
                          "cannot allocate the state vector of " + std::to_string(n) +
                              " qubits (" + std::to_string(bytes) + " bytes)"});
-  // |0...0>: every qubit at sigma_z = +1.
+  // |0...0>, written in pieces by the calls that follow: every qubit at sigma_z = +1.
+  c.Prepare(StatePreparation::Basis(n, 0));
   c.q.qubits.assign(n, Bloch{0, 0, 1});
   c.q.norm2 = 1;
   c.qValid = true;
@@ -381,13 +498,14 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
                          std::int32_t* flags) {
   Context& c = *context_;
   using Clock = std::chrono::steady_clock;
+  using Return = Context::Return;
   const auto began = Clock::now();
-  // A return inside a batch measures nothing: it comes once the call has worked for the
-  // return interval. A return between batches measures the reported values; when that is
-  // expensive (large registers) it waits until ten times the last measurement's cost has
-  // passed since it, so that measuring stays about a tenth of a run, and until then the call
-  // goes on into the next batch and returns inside it. An interval of zero returns at every
-  // opportunity.
+  // A return inside a batch, a preparation or a measurement measures nothing: it comes once
+  // the call has worked for the return interval. A return between batches measures the
+  // reported values; when that is expensive (large registers) it waits until ten times the
+  // last measurement's cost has passed since it, so that measuring stays about a tenth of a
+  // run, and until then the call goes on into the next batch and returns inside it. An
+  // interval of zero returns at every opportunity.
   auto timeUp = [&] { return Clock::now() - began >= returnInterval_; };
   auto timeToReport = [&] {
     const auto now = Clock::now();
@@ -396,79 +514,89 @@ void Simulator::Continue(std::int32_t* status, std::int32_t* progress, std::int3
             now - c.measuredAt >= std::chrono::duration<double>(10 * c.measureSeconds));
   };
   bool ok = true;
+  // First the work a call left open when its time ran out, then the return that was due;
+  // false when this call returns.
+  auto settled = [&] {
+    if (!c.Settle(timeUp, status, ok)) {
+      flags[0] = 1;
+      return false;
+    }
+    if (!ok) return false;
+    if (c.due == Return::None) return true;
+    c.MakeReturn(progress, flags);
+    return false;
+  };
 
   if (runMode == 1) {
     // One step of the run's granularity; a call that runs out of time returns with flags[0]
     // set and the step open, and the next call finishes it.
-    if (!c.stepOpen && !c.BatchOpen() && !c.cursor.Mi()) {
-      if (!c.BeginNext(status, ok)) {
-        *progress = 0;
-        c.cursor.End();
-        return;
-      }
-      if (!ok) return;
-    }
-    c.stepOpen = true;
     for (;;) {
+      if (!settled()) return;
+      if (c.batchDone) {
+        c.batchDone = false;
+        if (c.granularity == Granularity::SubStep ||
+            (c.granularity == Granularity::MainStep && c.batchEndsMain) || !c.cursor.Mi()) {
+          c.due = Return::StepDone;
+          continue;
+        }
+        if (timeToReport()) {
+          c.due = Return::Early;
+          continue;
+        }
+      }
       if (c.BatchOpen()) {
-        const bool endsMain = c.cursor.Mi() && c.cursor.SubStep() + c.batchCount ==
-                                                   c.cursor.SubStepsPerMain();
-        if (!c.AdvanceBatch(timeUp, status, ok)) {
+        if (!c.AdvanceBatch(timeUp)) {
           flags[0] = 1;
           return;
         }
-        if (!ok) return;
-        if (c.granularity == Granularity::SubStep ||
-            (c.granularity == Granularity::MainStep && endsMain) || !c.cursor.Mi())
-          break;
+        c.batchDone = true;
+      } else if (!c.stepOpen && !c.cursor.Mi()) {
+        if (!c.BeginNext()) {
+          c.due = Return::End;
+          continue;
+        }
+        c.stepOpen = true;
       } else if (!c.cursor.Mi()) {
-        break;  // a zero-step MI, which counts as one step
+        c.due = Return::StepDone;  // a zero-step MI, which counts as one step
       } else {
+        c.stepOpen = true;
         c.OpenFromHere(c.granularity == Granularity::SubStep);
-        continue;
-      }
-      if (timeToReport()) {
-        flags[0] = 1;
-        return;
       }
     }
-    c.stepOpen = false;
-    *progress = c.cursor.AnythingLeft() ? 1 : 0;
-    if (*progress == 0) c.cursor.End();
-    return;
   }
 
   // Run: to the next breakpoint or the end, returning early (between two batches, or inside
   // one) once the interval has passed.
   c.stepOpen = false;
+  if (c.due == Return::StepDone) c.due = Return::None;
   for (;;) {
+    if (!settled()) return;
+    if (c.batchDone) {
+      c.batchDone = false;
+      if (timeToReport()) {
+        c.due = Return::Early;
+        continue;
+      }
+    }
     if (c.BatchOpen()) {
-      if (!c.AdvanceBatch(timeUp, status, ok)) {
+      if (!c.AdvanceBatch(timeUp)) {
         flags[0] = 1;
         return;
       }
-      if (!ok) return;
+      c.batchDone = true;
     } else if (c.cursor.Mi()) {
       c.OpenFromHere(false);
-      continue;
     } else {
       const MiFile* mi = nullptr;
       const ProgramCursor::Item it = c.cursor.Next(mi);
       if (it == ProgramCursor::Item::End) {
-        *progress = 0;
-        c.cursor.End();
-        return;
+        c.due = Return::End;
+      } else if (it == ProgramCursor::Item::Breakpoint) {
+        c.due = Return::Breakpoint;
+      } else {
+        c.BeginMi(mi);
+        c.batchDone = true;
       }
-      if (it == ProgramCursor::Item::Breakpoint) {
-        // Halt with the position after the breakpoint, so going on passes it.
-        *progress = 1;
-        return;
-      }
-      if (!c.BeginMi(mi, status)) return;
-    }
-    if (timeToReport()) {
-      flags[0] = 1;
-      return;
     }
   }
 }

@@ -13,6 +13,7 @@
 #include "engine/engine_error.h"
 #include "engine/gates.h"
 #include "engine/kernels.h"
+#include "engine/parallel.h"
 #include "engine/product_formula.h"
 #include "engine/program_tree.h"
 #include "engine/state_vector.h"
@@ -45,7 +46,10 @@ struct CallArgs {
 
 class Simulator {
 public:
+  // Kernels on the calling thread alone.
   Simulator();
+  // Kernels on `threads` threads (the calling thread among them).
+  explicit Simulator(unsigned threads);
   ~Simulator();
   Simulator(const Simulator&) = delete;
   Simulator& operator=(const Simulator&) = delete;
@@ -72,6 +76,10 @@ public:
   int Qubits() const;
   const StateVector* State() const;
   double ProgramTime() const;
+  // The program time of the values the last return reported. A return that leaves work open
+  // (a preparation, a measurement) reports the values measured last, which may be older
+  // than ProgramTime().
+  double ReportedTime() const;
   // The records of the run (engine/trace_buffer.h): emptied at every start and abandon,
   // recording kept across runs.
   TraceBuffer& Trace() { return trace_; }
@@ -93,6 +101,7 @@ private:
   void Fail(std::int32_t* status, const EngineError& e);
   void Abandon();
 
+  ParallelFor policy_;
   std::unique_ptr<Context> context_;
   std::uint64_t memoryLimit_;
   std::chrono::microseconds returnInterval_{25000};

@@ -5,13 +5,19 @@
 #include <cstring>
 #include <new>
 
-#include "engine/parallel.h"
 
 namespace orvex::engine {
 
 void StateVector::Free::operator()(double* p) const { std::free(p); }
 
 bool StateVector::Allocate(int qubits) {
+  if (!AllocateUnset(qubits)) return false;
+  Clear();
+  re_[0] = 1.0;
+  return true;
+}
+
+bool StateVector::AllocateUnset(int qubits) {
   Release();
   if (qubits < 0 || qubits > 40) return false;
   const std::uint64_t size = std::uint64_t{1} << qubits;
@@ -28,8 +34,6 @@ bool StateVector::Allocate(int qubits) {
   im_.reset(im);
   qubits_ = qubits;
   size_ = size;
-  Clear();
-  re_[0] = 1.0;
   return true;
 }
 
@@ -41,21 +45,9 @@ void StateVector::Release() {
 }
 
 void StateVector::Clear() {
-  constexpr std::uint64_t kChunk = std::uint64_t{1} << 16;
-  const std::uint64_t chunks = (size_ + kChunk - 1) / kChunk;
-  double* re = re_.get();
-  double* im = im_.get();
-  const std::uint64_t size = size_;
-  auto clear = [&](std::uint64_t c) {
-    const std::uint64_t begin = c * kChunk;
-    const std::uint64_t len = begin + kChunk > size ? size - begin : kChunk;
-    std::memset(re + begin, 0, len * sizeof(double));
-    std::memset(im + begin, 0, len * sizeof(double));
-  };
-  if (chunks > 1)
-    ParallelFor().Run(chunks, clear);
-  else if (chunks == 1)
-    clear(0);
+  if (size_ == 0) return;
+  std::memset(re_.get(), 0, size_ * sizeof(double));
+  std::memset(im_.get(), 0, size_ * sizeof(double));
 }
 
 } // namespace orvex::engine

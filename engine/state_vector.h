@@ -14,6 +14,9 @@ public:
   // Allocates 2^n amplitudes set to |0...0>; false (and an empty vector) when the memory
   // cannot be had.
   bool Allocate(int qubits);
+  // The same without touching the amplitudes (their values are undefined until written), so
+  // that a caller can prepare a large state in pieces.
+  bool AllocateUnset(int qubits);
   void Release();
 
   int Qubits() const { return qubits_; }
@@ -29,7 +32,7 @@ public:
     re_[i] = a.real();
     im_[i] = a.imag();
   }
-  // Sets every amplitude to 0 (in parallel, which also spreads the pages over the cores).
+  // Sets every amplitude to 0.
   void Clear();
   // Bytes one amplitude array pair occupies: 16 * 2^n.
   static std::uint64_t BytesFor(int qubits) { return std::uint64_t{16} << qubits; }

@@ -1,7 +1,11 @@
-// Kernels under both threading policies against plain dense application, and the
+// Kernels under both threading policies against plain dense application; the same bits on
+// any number of threads, for registers that every kernel splits into many tasks; and the
 // closed-form factors against the matrix exponential of their generators.
+#include <cstring>
 #include <random>
 
+#include "engine/group_plan.h"
+#include "engine/initial_states.h"
 #include "engine/kernels.h"
 #include "engine/parallel.h"
 #include "engine_test_util.h"
@@ -52,12 +56,21 @@ double MaxDiff(const StateVector& s, const std::vector<Amp>& v) {
 }
 
 template <class Policy>
+Policy MakePolicy() {
+  return Policy();
+}
+template <>
+ParallelFor MakePolicy<ParallelFor>() {
+  return ParallelFor(3);
+}
+
+template <class Policy>
 class KernelPolicy : public ::testing::Test {};
 using Policies = ::testing::Types<ParallelFor, SequentialFor>;
 TYPED_TEST_SUITE(KernelPolicy, Policies);
 
 TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
-  const TypeParam policy;
+  const TypeParam policy = MakePolicy<TypeParam>();
   for (int n : {1, 3, 9, 11, 13}) {
     const auto psi0 = RandomAmps(n, 7 + n);
     const auto ops = RandomOps(n, 11 + n, n == 1 ? 4 : 40);
@@ -95,7 +108,7 @@ std::vector<Bloch> SerialBloch(const std::vector<Amp>& v, int n) {
 }
 
 TYPED_TEST(KernelPolicy, MeasureMatchesTheSerialSums) {
-  const TypeParam policy;
+  const TypeParam policy = MakePolicy<TypeParam>();
   // One tile, and registers of two to four tile layouts (the last group of high qubits
   // partly filled), and the default tiles of a register split over the threads.
   for (auto [n, tile] : {std::pair{1, 14}, {2, 14}, {3, 14}, {9, 14}, {10, 4}, {13, 5},
@@ -115,26 +128,112 @@ TYPED_TEST(KernelPolicy, MeasureMatchesTheSerialSums) {
   }
 }
 
-TEST(KernelPolicies, ThreadedAndSequentialAgree) {
-  const int n = 12;
-  const auto psi0 = RandomAmps(n, 5);
-  const auto ops = RandomOps(n, 6, 60);
-  StateVector a, b;
-  ASSERT_TRUE(a.Allocate(n) && b.Allocate(n));
-  Load(a, psi0);
-  Load(b, psi0);
-  ApplyOps(ParallelFor(), a, ops, 6);
-  ApplyOps(SequentialFor(), b, ops, 6);
-  double d = 0;
-  for (std::uint64_t i = 0; i < a.Size(); ++i) d = std::max(d, std::abs(a.Get(i) - b.Get(i)));
-  EXPECT_LT(d, 1e-12);
-  // The measurement's partial sums belong to fixed tasks: the same bits on any threads.
-  const Expectations ea = Measure(ParallelFor(), a, 6), eb = Measure(SequentialFor(), a, 6);
-  EXPECT_EQ(ea.norm2, eb.norm2);
-  for (int q = 0; q < n; ++q) {
-    EXPECT_EQ(ea.qubits[q].x, eb.qubits[q].x);
-    EXPECT_EQ(ea.qubits[q].y, eb.qubits[q].y);
-    EXPECT_EQ(ea.qubits[q].z, eb.qubits[q].z);
+// ---- The same bits on any number of threads ----
+
+// 20 qubits: every kernel cuts its work into at least eight tasks (the literal sweeps take
+// 2^14 amplitudes a task, the tiled sweeps at least eight tiles of 2^14 a piece, a 3-qubit
+// group 2^14 rows a task, the measurement tiles of 2^16 and gathered tiles of 2^11).
+constexpr int kSplitQubits = 20;
+
+bool SameBits(const StateVector& a, const StateVector& b) {
+  return a.Size() == b.Size() &&
+         std::memcmp(a.Re(), b.Re(), a.Size() * sizeof(double)) == 0 &&
+         std::memcmp(a.Im(), b.Im(), a.Size() * sizeof(double)) == 0;
+}
+
+void ExpectSameValues(const Expectations& a, const Expectations& b, const std::string& what) {
+  EXPECT_EQ(a.norm2, b.norm2) << what;
+  ASSERT_EQ(a.qubits.size(), b.qubits.size()) << what;
+  for (std::size_t q = 0; q < a.qubits.size(); ++q) {
+    EXPECT_EQ(a.qubits[q].x, b.qubits[q].x) << what << " q" << q;
+    EXPECT_EQ(a.qubits[q].y, b.qubits[q].y) << what << " q" << q;
+    EXPECT_EQ(a.qubits[q].z, b.qubits[q].z) << what << " q" << q;
+  }
+}
+
+// A random 3-qubit unitary's worth of matrix (unitarity does not matter to the kernel).
+std::vector<Amp> RandomMatrix(int k, unsigned seed) {
+  return RandomAmps(2 * k, seed);
+}
+
+// Everything a state goes through, on `policy`: the random state, literal field and pair
+// sweeps, tiled sweeps, a 3-qubit group; then its measurement in one pass and in pieces
+// taken backwards.
+struct KernelRun {
+  StateVector psi;
+  Expectations whole, pieces;
+};
+
+KernelRun RunKernels(const ParallelFor& policy) {
+  const int n = kSplitQubits;
+  KernelRun r;
+  EXPECT_TRUE(r.psi.AllocateUnset(n));
+  SetRandom(policy, r.psi, 42);
+  const auto ops = RandomOps(n, 9, 12);
+  for (const Op& op : ops) ApplyLiteral(policy, r.psi, op);
+  ApplyOps(policy, r.psi, RandomOps(n, 10, 40));
+  GroupPlan(n, {17, 2, 9}, RandomMatrix(3, 11)).Apply(policy, r.psi);
+  r.whole = Measure(policy, r.psi);
+  Measurement m(n);
+  for (std::size_t p = m.Pieces(); p-- > 0;) m.MeasurePiece(policy, r.psi, p);
+  r.pieces = m.Result();
+  return r;
+}
+
+class ThreadCounts : public ::testing::TestWithParam<unsigned> {};
+INSTANTIATE_TEST_SUITE_P(Threads, ThreadCounts, ::testing::Values(2u, 3u, 8u));
+
+TEST_P(ThreadCounts, KernelsAndMeasurementGiveTheBitsOfOneThread) {
+  static const KernelRun one = RunKernels(ParallelFor(1));
+  const KernelRun many = RunKernels(ParallelFor(GetParam()));
+  EXPECT_TRUE(SameBits(one.psi, many.psi));
+  ExpectSameValues(one.whole, many.whole, "one pass");
+  // Pieces in any order, spread over calls: the one-pass values.
+  ExpectSameValues(one.whole, many.pieces, "pieces");
+  ExpectSameValues(one.whole, one.pieces, "pieces, one thread");
+}
+
+// A run through the simulator: an initial random state; fields on every qubit; a chain of
+// couplings over qubits 6..20 (tiled sweeps), a coupled group of qubits 1..3 (its folded
+// matrix), qubits 4 and 5 idle (their folded rotations); then a reported value.
+struct SimRun {
+  Vector state;
+  CallArgs last;
+};
+
+SimRun RunChain(unsigned threads) {
+  RunDir dir;
+  MiText mi;
+  mi.qubits = kSplitQubits;
+  mi.initial = "RANDOM";
+  mi.seed = 5;
+  mi.fieldSteps = 2;
+  mi.intermediateSteps = 2;
+  mi.timeStep = 0.3;
+  for (int q = 1; q <= kSplitQubits; ++q) mi.Field(q, 0, 0.2 + 0.03 * q).Field(q, 6, 0.5 - 0.02 * q);
+  mi.Pair(1, 2, 0.9, -0.4, 0.6).Pair(2, 3, 0.3, 0.8, -1.1);
+  for (int q = 6; q < kSplitQubits; ++q) mi.Pair(q, q + 1, 0.5, 0.4, 0.9 - 0.01 * q);
+  dir.write("chain.MI", mi.Text());
+  dir.write("test.kvp", ProgramText({"@chain.MI"}));
+  Simulator sim(threads);
+  SimRun r;
+  r.last = RunToEnd(sim, "test.kvp");
+  EXPECT_EQ(r.last.status, 0) << dir.read("kv1dll.log");
+  r.state = StateOf(sim);
+  return r;
+}
+
+TEST_P(ThreadCounts, ARunThroughTheSimulatorGivesTheBitsOfOneThread) {
+  static const SimRun one = RunChain(1);
+  const SimRun many = RunChain(GetParam());
+  ASSERT_EQ(one.state.size(), many.state.size());
+  EXPECT_EQ(std::memcmp(one.state.data(), many.state.data(),
+                        static_cast<std::size_t>(one.state.size()) * sizeof(Amp)),
+            0);
+  for (int q = 0; q < kSplitQubits; ++q) {
+    EXPECT_EQ(one.last.x[q], many.last.x[q]) << q;
+    EXPECT_EQ(one.last.y[q], many.last.y[q]) << q;
+    EXPECT_EQ(one.last.z[q], many.last.z[q]) << q;
   }
 }
 

@@ -324,7 +324,7 @@ Reported RunReporting(const MiText& mi, int integrator, int granularity,
     if (a.status != 0) break;
     std::vector<double> v;
     for (int q = 0; q < mi.qubits; ++q) v.insert(v.end(), {a.x[q], a.y[q], a.z[q]});
-    r.values.emplace_back(sim.ProgramTime(), v);
+    r.values.emplace_back(sim.ReportedTime(), v);
     if (a.flags[0] == 0 && a.progress == 0) break;
   }
   r.state = StateOf(sim);
