@@ -1,11 +1,11 @@
-// Loading and checking of the program tree.
+// Loading and checking of the program tree: the program walk finds the programs and MI files,
+// the engine reads and checks each MI as the walk reaches it.
 #include "engine/program_tree.h"
 
 #include <algorithm>
+#include <system_error>
 
-#include "engine/numbers.h"
-#include "workspace/errors.h"
-#include "workspace/file_bytes.h"
+#include "program/program_walk.h"
 
 namespace fs = std::filesystem;
 
@@ -13,122 +13,77 @@ namespace orvex::engine {
 
 namespace {
 
-// The whole file, refused past the size limit the workbench's readers keep; false with the
-// reason in `why` when it cannot be read.
-bool ReadFile(const fs::path& path, std::string& text, std::string& why) {
-  try {
-    text = ReadFileBytes(path.string());
-    return true;
-  } catch (const RuntimeError& e) {
-    why = e.description();
-    return false;
-  }
-}
-
-bool IsRegularFile(const fs::path& p) {
-  std::error_code ec;
-  return fs::is_regular_file(p, ec);
-}
-
-std::string Lower(std::string s) {
-  for (char& c : s)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return s;
-}
-
-bool EndsWithNoCase(const std::string& s, const std::string& suffix) {
-  return s.size() >= suffix.size() &&
-         Lower(s.substr(s.size() - suffix.size())) == Lower(suffix);
-}
-
 fs::path Canonical(const fs::path& p) {
   std::error_code ec;
   fs::path c = fs::weakly_canonical(p, ec);
   return ec ? p.lexically_normal() : c;
 }
 
+int CodeOf(ProgramWalk::Fault::Kind kind) {
+  switch (kind) {
+    case ProgramWalk::Fault::MiMissing: return code::kMiMissing;
+    case ProgramWalk::Fault::Nesting: return code::kNesting;
+    default: return code::kProgramMissing;
+  }
+}
+
+ProgramEntry::Kind KindOf(ProgramLine::Kind kind) {
+  switch (kind) {
+    case ProgramLine::Mi: return ProgramEntry::Mi;
+    case ProgramLine::Call: return ProgramEntry::Call;
+    default: return ProgramEntry::Breakpoint;
+  }
+}
+
 } // namespace
 
-std::optional<fs::path> ResolveName(const fs::path& dir, const std::string& name) {
-  fs::path cur = dir;
-  std::string component;
-  std::vector<std::string> parts;
-  for (char c : name) {
-    if (c == '/' || c == '\\') {
-      parts.push_back(component);
-      component.clear();
-    } else {
-      component += c;
-    }
-  }
-  parts.push_back(component);
-  for (const std::string& raw : parts) {
-    const std::string part(Trim(raw));
-    if (part.empty() || part == ".") continue;
-    if (part == "..") {
-      cur = cur.parent_path();
-      continue;
-    }
-    std::error_code ec;
-    if (fs::exists(cur / part, ec)) {
-      cur /= part;
-      continue;
-    }
-    bool found = false;
-    const std::string want = Lower(part);
-    for (fs::directory_iterator it(cur, ec), end; !ec && it != end; it.increment(ec)) {
-      if (Lower(it->path().filename().string()) == want) {
-        cur = it->path();
-        found = true;
-        break;
-      }
-    }
-    if (!found) return std::nullopt;
-  }
-  return cur;
-}
-
-std::vector<ProgramEntry> ParseProgramLines(const std::string& text) {
-  std::vector<ProgramEntry> entries;
-  const auto lines = SplitLines(text);
-  for (std::size_t n = 0; n < lines.size(); ++n) {
-    const std::string& line = lines[n];
-    const int lineNo = static_cast<int>(n) + 1;
-    if (line.empty()) continue;
-    if (line[0] == '!') {
-      if (Upper(line) == "!BREAKPOINT") {
-        ProgramEntry e;
-        e.kind = ProgramEntry::Breakpoint;
-        e.line = lineNo;
-        entries.push_back(e);
-      }
-      continue;
-    }
-    if (line[0] != '@') continue;
-    // A comment may follow the entry after "!" or, failing that, "#".
-    std::size_t cut = line.find('!');
-    if (cut == std::string::npos) cut = line.find('#');
-    const bool comment = cut != std::string::npos && cut >= 2;
-    std::string text(Trim(comment ? line.substr(1, cut - 1) : line.substr(1)));
-    if (text.empty()) continue;
-    ProgramEntry e;
-    e.line = lineNo;
-    e.text = text;
-    e.kind = EndsWithNoCase(text, "MI") ? ProgramEntry::Mi : ProgramEntry::Call;
-    entries.push_back(e);
-  }
-  return entries;
-}
-
 EngineError ProgramTree::Load(const fs::path& runDir, const std::string& programName) {
-  runDir_ = runDir;
-  const std::string name(Trim(programName));
-  auto path = name.empty() ? std::nullopt : ResolveName(runDir, name);
-  if (!path || !IsRegularFile(*path))
-    return {code::kProgramMissing, name.empty() ? "(no name)" : name, 0,
-            "program file " + name + " does not exist"};
-  std::vector<fs::path> stack;
-  if (auto e = LoadProgram(*path, name, 1, stack, top_)) return e;
+  // Each MI file is read and checked once, when the walk first reaches it; the first fault
+  // stops the walk.
+  EngineError miFault;
+  auto checkMi = [&](const ProgramWalk::Program& program, const ProgramWalk::Line& line) {
+    const fs::path key = Canonical(line.file);
+    if (mis_.count(key)) return true;
+    auto mi = std::make_unique<MiFile>();
+    if (auto e = LoadMi(line.text, line.file.string(), *mi)) {
+      if (e.code == code::kMiMissing) {  // the calling line says where it was named
+        e.file = program.name;
+        e.line = line.line;
+      }
+      miFault = e;
+      return false;
+    }
+    misInOrder_.push_back(mi.get());
+    mis_.emplace(key, std::move(mi));
+    return true;
+  };
+  ProgramWalk walk;
+  if (auto fault = walk.Load(runDir, programName, checkMi)) {
+    if (fault.kind == ProgramWalk::Fault::Refused) return miFault;
+    return {CodeOf(fault.kind), fault.file, fault.line, fault.reason};
+  }
+
+  // The engine's own tree: one ProgramFile per program walked, calls and MIs linked.
+  std::map<const ProgramWalk::Program*, ProgramFile*> made;
+  auto make = [&](auto& self, const ProgramWalk::Program* p) -> ProgramFile* {
+    if (auto it = made.find(p); it != made.end()) return it->second;
+    ProgramFile* file = programs_.emplace_back(std::make_unique<ProgramFile>()).get();
+    made[p] = file;
+    file->name = p->name;
+    file->path = p->path;
+    for (const ProgramWalk::Line& line : p->lines) {
+      ProgramEntry e;
+      e.kind = KindOf(line.kind);
+      e.line = line.line;
+      e.text = line.text;
+      if (line.kind == ProgramLine::Mi) e.mi = mis_.at(Canonical(line.file)).get();
+      if (line.kind == ProgramLine::Call) e.program = self(self, line.program);
+      file->entries.push_back(std::move(e));
+    }
+    return file;
+  };
+  top_ = make(make, walk.Top());
+
   int n = 0;
   for (const MiFile* mi : misInOrder_) n = std::max(n, mi->maxQubit);
   qubits_ = std::max(n, 1);
@@ -138,117 +93,6 @@ EngineError ProgramTree::Load(const fs::path& runDir, const std::string& program
       return {code::kGroundStateTooLarge, mi->name, mi->initialLine,
               "ground state asked for " + std::to_string(qubits_) +
                   " qubits; it is computed for at most 8"};
-  return {};
-}
-
-EngineError ProgramTree::ResolveCall(const ProgramFile& caller, const ProgramEntry& entry,
-                                     fs::path& target, std::string& targetName) {
-  auto where = [&](std::string reason) {
-    return EngineError{code::kProgramMissing, caller.name, entry.line, std::move(reason)};
-  };
-  auto file = ResolveName(runDir_, entry.text);
-  if (!file || !IsRegularFile(*file))
-    return where("program file " + entry.text + " does not exist");
-  if (!EndsWithNoCase(entry.text, ".MP")) {
-    target = *file;
-    targetName = entry.text;
-    return {};
-  }
-  // A redirect: its first line holds "@" and the program's path relative to the
-  // application directory, which is the run directory or one of its ancestors.
-  std::string text, why;
-  if (!ReadFile(*file, text, why)) return where("cannot read " + entry.text + ": " + why);
-  const auto lines = SplitLines(text);
-  const std::string first = lines.empty() ? std::string() : lines[0];
-  const std::size_t at = first.find('@');
-  if (at == std::string::npos)
-    return where(entry.text + " does not name a program (no \"@\" on its first line)");
-  targetName = std::string(Trim(first.substr(at + 1)));
-  if (targetName.empty()) return where(entry.text + " names no program file");
-  for (fs::path dir = runDir_;; dir = dir.parent_path()) {
-    auto found = ResolveName(dir, targetName);
-    if (found && IsRegularFile(*found)) {
-      target = *found;
-      return {};
-    }
-    if (dir == dir.parent_path() || dir.empty()) break;
-  }
-  return where("program file " + targetName + " named by " + entry.text + " does not exist");
-}
-
-EngineError ProgramTree::LoadProgram(const fs::path& path, const std::string& name, int depth,
-                                     std::vector<fs::path>& stack, const ProgramFile*& out) {
-  const fs::path key = Canonical(path);
-  if (std::find(stack.begin(), stack.end(), key) != stack.end())
-    return {code::kNesting, name, 0, "program " + name + " calls itself"};
-  if (depth > kMaxNesting)
-    return {code::kNesting, name, 0,
-            "programs nested deeper than " + std::to_string(kMaxNesting)};
-  auto checked = height_.find(key);
-  if (checked != height_.end()) {
-    // Already checked through another caller: no cycle can pass through it; only the depth
-    // below it matters here.
-    if (depth + checked->second > kMaxNesting)
-      return {code::kNesting, name, 0,
-              "programs nested deeper than " + std::to_string(kMaxNesting)};
-    out = programs_.at(key).get();
-    return {};
-  }
-  auto& slot = programs_[key];
-  if (!slot) {
-    slot = std::make_unique<ProgramFile>();
-    slot->name = name;
-    slot->path = path;
-    std::string text, why;
-    if (!ReadFile(path, text, why))
-      return {code::kProgramMissing, name, 0, "cannot read program file " + name + ": " + why};
-    slot->entries = ParseProgramLines(text);
-  }
-  ProgramFile& program = *slot;
-  stack.push_back(key);
-  int height = 0;
-  for (ProgramEntry& entry : program.entries) {
-    if (entry.kind == ProgramEntry::Breakpoint) continue;
-    if (entry.kind == ProgramEntry::Mi) {
-      auto file = ResolveName(runDir_, entry.text);
-      if (!file || !IsRegularFile(*file))
-        return {code::kMiMissing, program.name, entry.line,
-                "MI file " + entry.text + " does not exist"};
-      const fs::path miKey = Canonical(*file);
-      auto& mi = mis_[miKey];
-      if (!mi) {
-        mi = std::make_unique<MiFile>();
-        if (auto e = LoadMi(entry.text, file->string(), *mi)) {
-          mi.reset();
-          mis_.erase(miKey);
-          if (e.code == code::kMiMissing) {  // the calling line says where it was named
-            e.file = program.name;
-            e.line = entry.line;
-          }
-          return e;
-        }
-        misInOrder_.push_back(mi.get());
-      }
-      entry.mi = mi.get();
-      continue;
-    }
-    fs::path target;
-    std::string targetName;
-    if (auto e = ResolveCall(program, entry, target, targetName)) return e;
-    const ProgramFile* callee = nullptr;
-    if (auto e = LoadProgram(target, targetName, depth + 1, stack, callee)) {
-      if (e.code == code::kNesting && e.line == 0) {
-        e.file = program.name;
-        e.line = entry.line;
-      }
-      return e;
-    }
-    entry.program = callee;
-    height = std::max(height, 1 + height_.at(Canonical(target)));
-  }
-  stack.pop_back();
-  height_[key] = height;
-  out = &program;
   return {};
 }
 

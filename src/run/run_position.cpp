@@ -1,4 +1,5 @@
-// Walking a program as the engine does, to place the marks and the status line of a halted run.
+// Walking a program as the engine does, through the program walk the engine itself loads its
+// tree with, to place the marks and the status line of a halted run.
 #include "run/run_position.h"
 
 #include <algorithm>
@@ -10,96 +11,66 @@
 
 #include "mi/mi_file.h"
 #include "program/program_file.h"
-#include "workspace/numbers.h"
+#include "program/program_walk.h"
 #include "workspace/paths.h"
 
 namespace orvex {
 
 namespace {
 
-constexpr int kMaxNesting = 16;
 // The reader keeps a time step given in units of 2π divided by this; the engine gets it back.
 constexpr double kTwoPi = 6.28318530717958;
 
-// The program file a callable-program row `name` stands for, through its redirect.
-std::optional<std::string> CalledProgram(const std::string& runDir, const std::string& name) {
-  auto redirect = FindPath(runDir, name + ".MP");
-  if (!redirect || !FileExists(*redirect)) return std::nullopt;
-  const auto lines = SplitLines(ReadWholeFile(*redirect));
-  if (lines.empty()) return std::nullopt;
-  const auto at = lines[0].find('@');
-  if (at == std::string::npos) return std::nullopt;
-  const std::string target = NormalizeSeparators(Trim(lines[0].substr(at + 1)));
-  if (target.empty()) return std::nullopt;
-  for (std::filesystem::path dir = runDir;; dir = dir.parent_path()) {
-    std::string base = dir.string();
-    if (base.empty() || base.back() != '/') base += '/';
-    if (auto found = FindPath(base, target); found && FileExists(*found)) return found;
-    if (dir == dir.parent_path() || dir.empty()) break;
-  }
-  return std::nullopt;
-}
-
-class Walker {
+// Expands the program tree in place into the events of a run, reading each MI file once.
+class Expander {
 public:
-  Walker(const std::string& runDir, std::size_t limit) : runDir_(runDir), limit_(limit) {}
+  explicit Expander(std::size_t limit) : limit_(limit) {}
 
-  bool Walk(const std::vector<ProgramRow>& rows, int topRow, int depth,
-            std::vector<WalkEvent>& out) {
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      const int row = topRow >= 0 ? topRow : static_cast<int>(i);
-      switch (rows[i].Icon) {
-        case kIconMI:
-        case kIconBreakpoint: {
-          if (out.size() >= limit_) return false;
-          WalkEvent e;
-          e.row = row;
-          e.breakpoint = rows[i].Icon == kIconBreakpoint;
-          if (!e.breakpoint && !Describe(rows[i].Text, e)) return false;
-          out.push_back(std::move(e));
-          break;
-        }
-        case kIconProgramRow: {
-          if (depth >= kMaxNesting) return false;
-          auto program = CalledProgram(runDir_, rows[i].Text);
-          if (!program) return false;
-          if (!Walk(ReadProgramRows(*program), row, depth + 1, out)) return false;
-          break;
-        }
-        default:
-          break;  // the "Start" row
+  // The lines of `program`, each event tagged with `row`, or with the row `rowOf` gives for
+  // its line when `row` is negative (the top program).
+  bool Expand(const ProgramWalk::Program& program, int row, const std::map<int, int>& rowOf,
+              std::vector<WalkEvent>& out) {
+    for (const ProgramWalk::Line& line : program.lines) {
+      const int at = row >= 0 ? row : rowOf.at(line.line);
+      if (line.kind == ProgramLine::Call) {
+        // Calls cost nothing in events, so they have a budget of their own.
+        if (++calls_ > limit_ || !Expand(*line.program, at, rowOf, out)) return false;
+        continue;
       }
+      if (out.size() >= limit_) return false;
+      WalkEvent e;
+      e.row = at;
+      e.breakpoint = line.kind == ProgramLine::Breakpoint;
+      if (!e.breakpoint && !Describe(line, e)) return false;
+      out.push_back(std::move(e));
     }
     return true;
   }
 
 private:
-  // m, n and τ of the MI `name` from its copy in the run directory, each file read once.
-  bool Describe(const std::string& name, WalkEvent& e) {
-    const std::string key = Lower(name);
-    auto known = mis_.find(key);
+  // m, n and τ of the MI from its file, each file read once.
+  bool Describe(const ProgramWalk::Line& line, WalkEvent& e) {
+    auto known = mis_.find(line.file);
     if (known == mis_.end()) {
-      auto path = FindPath(runDir_, name + ".MI");
-      if (!path || !FileExists(*path)) return false;
       auto mi = std::make_unique<MicroInstruction>();
-      ReadMI(*path, *mi);
+      ReadMI(line.file.string(), *mi);
       if (mi->FieldSteps < 0) return false;  // the engine refuses to run it
       WalkEvent info;
       info.mainSteps = mi->FieldSteps;
       info.subSteps = std::max<std::int64_t>(1, mi->IntermediateSteps);
       info.timeStep = mi->TimeStepInPi == 1 ? mi->TimeStep * kTwoPi : mi->TimeStep;
-      known = mis_.emplace(key, info).first;
+      known = mis_.emplace(line.file, info).first;
     }
-    e.name = name;
+    e.name = NameWithoutExtension(line.text);
     e.mainSteps = known->second.mainSteps;
     e.subSteps = known->second.subSteps;
     e.timeStep = known->second.timeStep;
     return true;
   }
 
-  std::string runDir_;
   std::size_t limit_;
-  std::map<std::string, WalkEvent> mis_;
+  std::size_t calls_ = 0;
+  std::map<std::filesystem::path, WalkEvent> mis_;
 };
 
 std::int64_t TotalSubSteps(const WalkEvent& e) { return e.mainSteps * e.subSteps; }
@@ -121,9 +92,21 @@ std::string FormatTime(double t) {
 std::optional<std::vector<WalkEvent>> WalkProgram(const Workspace& ws, int slot,
                                                   const std::string& runDir, std::size_t limit) {
   try {
+    // The rows as the saver writes them, which is what the engine reads: the top program
+    // walks through the same reading rules as every program it calls.
+    const ProgramSlot& program = ws.Program(slot);
+    std::map<int, int> rowOf;  // line of the written file -> row of the editor's list
+    int line = 1;             // the header
+    for (std::size_t i = 0; i < program.Rows.size(); ++i) {
+      const int icon = program.Rows[i].Icon;
+      if (icon == kIconMI || icon == kIconProgramRow || icon == kIconBreakpoint)
+        rowOf[++line] = static_cast<int>(i);
+    }
+    const std::string name = FileNameOf(program.Name);
+    ProgramWalk tree;
+    if (tree.LoadText(runDir, name, FormatProgram(name, program.Rows))) return std::nullopt;
     std::vector<WalkEvent> walk;
-    Walker walker(runDir, limit);
-    if (!walker.Walk(ws.Program(slot).Rows, -1, 1, walk)) return std::nullopt;
+    if (!Expander(limit).Expand(*tree.Top(), -1, rowOf, walk)) return std::nullopt;
     return walk;
   } catch (const std::exception&) {
     return std::nullopt;
