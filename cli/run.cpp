@@ -46,6 +46,7 @@ struct RunOptions {
   std::int32_t integrator = kIntegratorSecondOrder;  // --order 2 or 4
   bool stepping = false;  // --step given: go step by step instead of breakpoint to breakpoint
   bool outputFiles = false;
+  bool progress = false;  // --progress: the run's status line on standard error
   Format format = Format::Table;
   std::string trace;  // --trace FILE: the records of every main step as csv
   std::vector<std::string> given;  // the options named, for commands that take fewer
@@ -108,6 +109,8 @@ std::optional<RunOptions> ParseRunOptions(const Args& args, std::string& error) 
       }
     } else if (arg == "--output-files" && !inlineValue) {
       options.outputFiles = true;
+    } else if (arg == "--progress" && !inlineValue) {
+      options.progress = true;
     } else if (arg.rfind("--", 0) == 0) {
       error = "unknown option " + arg;
       return std::nullopt;
@@ -161,41 +164,6 @@ std::string OneLine(const std::string& text) {
   return line;
 }
 
-// Message boxes become lines on standard error; a critical one means the run failed.
-class CliDialogs : public platform::DialogHandler {
-public:
-  explicit CliDialogs(const Workspace& ws) : ws_(ws), previous_(platform::CurrentDialogHandler()) {
-    platform::SetDialogHandler(this);
-  }
-  ~CliDialogs() override { platform::SetDialogHandler(previous_); }
-
-  platform::Answer message(const std::string& text, platform::Icon icon, platform::Buttons buttons,
-                           const std::string& detail) override {
-    if (icon == platform::Icon::Critical) failed = true;
-    if (text.empty())
-      std::fprintf(stderr, "engine error %d\n", static_cast<int>(ws_.EngineError));
-    else if (icon == platform::Icon::Exclamation)
-      std::fprintf(stderr, "warning: %s\n", OneLine(text).c_str());
-    else
-      std::fprintf(stderr, "%s\n", Lines(text).c_str());
-    if (!detail.empty()) std::fprintf(stderr, "reason: %s\n", detail.c_str());
-    switch (buttons) {
-      case platform::Buttons::YesNo:
-      case platform::Buttons::YesNoCancel: return platform::Answer::Yes;
-      default: return platform::Answer::OK;
-    }
-  }
-  std::optional<std::string> chooseFile(const platform::FileRequest&) override {
-    return std::nullopt;
-  }
-
-  bool failed = false;
-
-private:
-  const Workspace& ws_;
-  platform::DialogHandler* previous_;
-};
-
 std::string Number(double v);
 
 // --trace: the engine's records (one per completed main step and initial state), which the
@@ -237,36 +205,62 @@ private:
   std::string csv_;
 };
 
-// Progress on standard error while the engine works, only when that is a terminal.
-class CliRunUi : public RunUi {
+// The command line's user port, installed while it lives: the shared headless port, whose
+// messages become lines on standard error as they come (a critical one means the run
+// failed). With --progress the status line of the run goes there too, at most five times a
+// second, in place on a terminal and one line each otherwise. Between engine calls the
+// trace records are taken out (--trace).
+class CliPort : public platform::HeadlessPort {
 public:
-  CliRunUi(TraceRecorder* recorder = nullptr, ProgramTrace* trace = nullptr)
-      : tty_(isatty(STDERR_FILENO) == 1), recorder_(recorder), trace_(trace) {}
-  ~CliRunUi() override { clear(); }
+  CliPort(const Workspace& ws, bool showProgress, TraceRecorder* recorder = nullptr,
+          ProgramTrace* trace = nullptr)
+      : ws_(ws), show_(showProgress), tty_(isatty(STDERR_FILENO) == 1), recorder_(recorder),
+        trace_(trace), installed_(*this) {
+    onMessage = [this](const Message& m) { print(m); };
+  }
+  ~CliPort() override { clear(); }
 
-  void processEvents() override {
-    if (recorder_ && trace_) recorder_->Take(*trace_);
-    ++calls_;
-    if (!tty_) return;
-    auto now = std::chrono::steady_clock::now();
-    if (now - last_ < std::chrono::milliseconds(200)) return;
+  void keepResponsive() override;
+  void progress(const std::string& text, std::optional<double> fraction) override {
+    if (!show_ || text.empty() || !fraction) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (shown_ && now - last_ < std::chrono::milliseconds(200)) return;
     last_ = now;
-    std::fprintf(stderr, "\rrunning ... %ld engine calls", calls_);
+    if (tty_) std::fprintf(stderr, "\r%-60s", text.c_str());
+    else std::fprintf(stderr, "%s\n", text.c_str());
     shown_ = true;
   }
+  // Ends the status line on a terminal before other output.
   void clear() {
-    if (shown_) std::fprintf(stderr, "\r%60s\r", "");
+    if (shown_ && tty_) std::fprintf(stderr, "\r%60s\r", "");
     shown_ = false;
   }
 
 private:
+  void print(const Message& m) {
+    clear();
+    if (m.text.empty())
+      std::fprintf(stderr, "engine error %d\n", static_cast<int>(ws_.EngineError));
+    else if (m.icon == platform::Icon::Exclamation)
+      std::fprintf(stderr, "warning: %s\n", OneLine(m.text).c_str());
+    else
+      std::fprintf(stderr, "%s\n", Lines(m.text).c_str());
+    if (!m.detail.empty()) std::fprintf(stderr, "reason: %s\n", m.detail.c_str());
+  }
+
+  const Workspace& ws_;
+  bool show_;
   bool tty_;
   TraceRecorder* recorder_;
   ProgramTrace* trace_;
   bool shown_ = false;
-  long calls_ = 0;
   std::chrono::steady_clock::time_point last_{};
+  platform::ScopedUserPort installed_;
 };
+
+void CliPort::keepResponsive() {
+  if (recorder_ && trace_) recorder_->Take(*trace_);
+}
 
 std::string Number(double v) {
   char buffer[64];
@@ -450,9 +444,9 @@ int Run(const Args& args) {
 
   Workspace ws;
   ws.AppDir = *home;
-  CliDialogs dialogs(ws);
   const int slot = 1;
-  CliRunUi ui(tracePath ? &trace : nullptr, &ws.Traces[slot - 1]);
+  CliPort dialogs(ws, options.progress, tracePath ? &trace : nullptr, &ws.Traces[slot - 1]);
+  RunUi ui;
   ws.Traces[slot - 1].Wanted = tracePath.has_value();
   int stepsPrinted = 0;
   try {
@@ -485,8 +479,8 @@ int Run(const Args& args) {
     const int mode = options.stepping ? kModeStep : kModeRun;
     int halts = 0;
     RunProgram(ws, ui, slot, mode);
-    while (!dialogs.failed && ws.RunningProgram == slot) {
-      ui.clear();
+    while (!dialogs.failed() && ws.RunningProgram == slot) {
+      dialogs.clear();
       ++halts;
       if (!options.stepping) {
         std::fprintf(stderr, "halted at breakpoint %d\n", halts);
@@ -498,28 +492,28 @@ int Run(const Args& args) {
       }
       RunProgram(ws, ui, slot, mode);
     }
-    if (options.stepping && !dialogs.failed) {
+    if (options.stepping && !dialogs.failed()) {
       // The step that ended the run belongs to the last call of the program.
       std::string last;
       for (const ProgramRow& row : p.Rows)
         if (row.Icon == kIconMI || row.Icon == kIconProgramRow) last = row.Text;
-      ui.clear();
+      dialogs.clear();
       PrintStep(ws, slot, options.format, halts + 1, last);
       stepsPrinted = halts + 1;
     }
-    ui.clear();
+    dialogs.clear();
   } catch (const RuntimeError& e) {
-    ui.clear();
+    dialogs.clear();
     if (stepsPrinted > 0) EndSteps(options.format, stepsPrinted);
     return Fail(e.description() + ", errorcode: " + std::to_string(e.number()));
   } catch (const std::exception& e) {
-    ui.clear();
+    dialogs.clear();
     if (stepsPrinted > 0) EndSteps(options.format, stepsPrinted);
     return Fail(e.what());
   }
-  if (options.stepping && (stepsPrinted > 0 || !dialogs.failed))
+  if (options.stepping && (stepsPrinted > 0 || !dialogs.failed()))
     EndSteps(options.format, stepsPrinted);  // json stays well formed
-  if (dialogs.failed) return kFailure;
+  if (dialogs.failed()) return kFailure;
   if (!options.stepping) PrintResult(ws, slot, options.format);
   if (tracePath) {
     trace.Take(ws.Traces[slot - 1]);
@@ -539,7 +533,7 @@ int Check(const Args& args) {
   if (!parsed) return Fail(error);
   const RunOptions& options = *parsed;
   for (const std::string& option : options.given)
-    if (option != "--set" && option != "--home" && option != "--order")
+    if (option != "--set" && option != "--home" && option != "--order" && option != "--progress")
       return Fail("option " + option + " does not apply to check");
 
   const auto home = HomeOf(options);
@@ -556,9 +550,9 @@ int Check(const Args& args) {
     return Fail("program file " + options.program + " is not a quantum program");
 
   const int order = options.integrator == kIntegratorFourthOrder ? 4 : 2;
-  CliRunUi ui;
-  const AccuracyReport report = CheckAccuracy(ws, program, order, &ui);
-  ui.clear();
+  CliPort dialogs(ws, options.progress);
+  const AccuracyReport report = CheckAccuracy(ws, program, order);
+  dialogs.clear();
   for (const std::string& note : report.notes) std::fprintf(stderr, "warning: %s\n", note.c_str());
   if (!report.ok) return Fail(report.error);
 

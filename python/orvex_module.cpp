@@ -61,13 +61,6 @@ public:
 // Ctrl+C seen while the GIL was released; raised as KeyboardInterrupt once it is held again.
 struct Interrupted {};
 
-// The message's lines joined by "\n" (the workbench keeps CR between them).
-std::string Lines(std::string text) {
-  for (char& c : text)
-    if (c == platform::CR) c = '\n';
-  return text;
-}
-
 // The directory of this module's shared object.
 std::string ModuleDirectory() {
   Dl_info info{};
@@ -84,48 +77,26 @@ std::string ProgramDirectory() {
   return WithSlash(AbsoluteCanonical(dir + ORVEX_PY_BIN_FROM_MODULE));
 }
 
-// The messages the workbench would show in boxes, collected while an operation runs; a
-// question is answered Yes, as the command line does.
-class Collector : public platform::DialogHandler {
-public:
-  Collector() : previous_(platform::CurrentDialogHandler()) { platform::SetDialogHandler(this); }
-  ~Collector() override { platform::SetDialogHandler(previous_); }
-  platform::Answer message(const std::string& text, platform::Icon icon, platform::Buttons buttons,
-                           const std::string& detail) override {
-    std::string line = Lines(text);
-    if (!detail.empty()) line += "\nreason: " + detail;
-    (icon == platform::Icon::Critical ? errors : warnings).push_back(line);
-    switch (buttons) {
-      case platform::Buttons::YesNo:
-      case platform::Buttons::YesNoCancel: return platform::Answer::Yes;
-      default: return platform::Answer::OK;
-    }
-  }
-  std::optional<std::string> chooseFile(const platform::FileRequest&) override {
-    return std::nullopt;
-  }
-  // With the GIL held: warnings become Python warnings, the first error an orvex.Error.
-  void Deliver() {
-    for (const std::string& w : warnings)
-      if (PyErr_WarnEx(PyExc_UserWarning, w.c_str(), 1) < 0) throw py::error_already_set();
-    warnings.clear();
-    if (!errors.empty()) throw Error(errors.front());
-  }
-  std::vector<std::string> warnings, errors;
+// With the GIL held, the messages the workbench would have shown in boxes, collected by the
+// headless port (which answers a question as the command line does): warnings become Python
+// warnings, the first error an orvex.Error.
+void Deliver(platform::HeadlessPort& port) {
+  const std::vector<std::string> warnings = port.warnings(), errors = port.errors();
+  port.messages.clear();
+  for (const std::string& w : warnings)
+    if (PyErr_WarnEx(PyExc_UserWarning, w.c_str(), 1) < 0) throw py::error_already_set();
+  if (!errors.empty()) throw Error(errors.front());
+}
 
-private:
-  platform::DialogHandler* previous_;
-};
-
-// A callable that runs `f` with the GIL released and the messages collected, then delivers
-// them; RuntimeError becomes orvex.Error with the run-time's description.
+// Runs `f` with the GIL released and `port` installed, then delivers its messages;
+// RuntimeError becomes orvex.Error with the run-time's description.
 template <typename F>
-auto Guarded(F&& f) {
-  Collector dialogs;
+auto Guarded(platform::HeadlessPort& port, F&& f) {
   std::optional<decltype(f())> result;
   std::optional<std::string> failure;
   bool interrupted = false;
   {
+    platform::ScopedUserPort installed(port);
     py::gil_scoped_release release;
     try {
       result.emplace(f());
@@ -140,8 +111,14 @@ auto Guarded(F&& f) {
     throw py::error_already_set();
   }
   if (failure) throw Error(*failure);
-  dialogs.Deliver();
+  Deliver(port);
   return std::move(*result);
+}
+
+template <typename F>
+auto Guarded(F&& f) {
+  platform::HeadlessPort port;
+  return Guarded(port, std::forward<F>(f));
 }
 
 // ---- MI sets ----------------------------------------------------------------------------
@@ -281,7 +258,8 @@ std::string KindOf(int icon) {
 
 Program OpenProgram(const std::string& given) {
   Program p;
-  Collector dialogs;
+  platform::HeadlessPort dialogs;
+  platform::ScopedUserPort installed(dialogs);
   std::optional<std::vector<ProgramRow>> rows;
   try {
     const auto found = ResolvePath(AbsoluteCanonical(given));
@@ -293,9 +271,9 @@ Program OpenProgram(const std::string& given) {
   }
   // The workbench's message on a file that is no program is a warning box; here it fails.
   if (!rows)
-    throw Error(dialogs.warnings.empty() ? "program file " + given + " is not a quantum program"
-                                         : dialogs.warnings.front());
-  dialogs.Deliver();
+    throw Error(dialogs.warnings().empty() ? "program file " + given + " is not a quantum program"
+                                           : dialogs.warnings().front());
+  Deliver(dialogs);
   p.rows = *rows;
   return p;
 }
@@ -356,26 +334,20 @@ std::int32_t IntegratorOf(int order) {
   throw py::value_error("order takes 2 or 4, not " + std::to_string(order));
 }
 
-// The run's hook between engine calls: trace records taken out as they come, and Ctrl+C
-// seen (with the GIL held for the moment of the check), which resets the run.
-class ScriptRunUi : public RunUi {
+// The headless port of a run, between engine calls: trace records taken out as they come, and
+// Ctrl+C seen (with the GIL held for the moment of the check), a stop that resets the run.
+class ScriptRunPort : public platform::HeadlessPort {
 public:
-  ScriptRunUi(Workspace& ws, int slot, bool trace) : ws_(ws), slot_(slot), trace_(trace) {}
-  void processEvents() override {
-    Take();
-    if (interrupted_ || ws_.RunningProgram != slot_) return;
-    bool signalled = false;
-    {
-      py::gil_scoped_acquire gil;
-      if (PyErr_CheckSignals() < 0) {
-        signalled = true;
-        PyErr_Clear();
-      }
-    }
-    if (signalled) {
+  ScriptRunPort(Workspace& ws, int slot, bool trace) : ws_(ws), slot_(slot), trace_(trace) {}
+  void keepResponsive() override { Take(); }
+  bool cancelRequested() override {
+    if (interrupted_ || ws_.RunningProgram != slot_) return false;
+    py::gil_scoped_acquire gil;
+    if (PyErr_CheckSignals() < 0) {
       interrupted_ = true;
-      ResetProgram(ws_, *this, slot_);
+      PyErr_Clear();
     }
+    return interrupted_;
   }
   void Take() {
     if (!trace_) return;
@@ -436,10 +408,11 @@ RunResult RunToEndOfProgram(const py::object& program, const py::object& set,
   ws.AppDir = place.home;
   ws.MISetPath = place.setDir;
   const int slot = 1;
-  ScriptRunUi ui(ws, slot, trace);
+  ScriptRunPort port(ws, slot, trace);
+  RunUi ui;
   ws.Traces[slot - 1].Wanted = trace;
   KeepCurrentDirectory keep;
-  RunResult result = Guarded([&] {
+  RunResult result = Guarded(port, [&] {
     LoadSetFiles(ws);  // as the workbench opens it; its boxes arrive as messages
     const auto rows = ReadProgramForOpening(path);
     if (!rows) return RunResult{};
@@ -454,21 +427,17 @@ RunResult RunToEndOfProgram(const py::object& program, const py::object& set,
     ws.Integrator = integrator;
     ws.AnimateQubits = 0;
     RunProgram(ws, ui, slot, kModeRun);
-    while (!ui.Interrupted() && ws.RunningProgram == slot) {
-      if (platform::CurrentDialogHandler() &&
-          !static_cast<Collector*>(platform::CurrentDialogHandler())->errors.empty())
-        break;
+    while (!port.Interrupted() && ws.RunningProgram == slot && !port.failed())
       RunProgram(ws, ui, slot, kModeRun);
-    }
-    ui.Take();
+    port.Take();
     RunResult r;
     for (int q = 1; q <= ws.NumberOfQubits; ++q)
       r.q.push_back({ws.QubitX(slot, q), ws.QubitY(slot, q), ws.QubitZ(slot, q)});
-    r.points = std::move(ui.points);
-    r.traceQubits = ui.qubits;
+    r.points = std::move(port.points);
+    r.traceQubits = port.qubits;
     return r;
   });
-  if (ui.Interrupted()) {
+  if (port.Interrupted()) {
     PyErr_SetNone(PyExc_KeyboardInterrupt);
     throw py::error_already_set();
   }
@@ -515,8 +484,7 @@ py::dict Check(const py::object& program, const py::object& set,
   Workspace ws;
   ws.AppDir = place.home;
   ws.MISetPath = place.setDir;
-  RunUi quiet;
-  const AccuracyReport report = Guarded([&] { return CheckAccuracy(ws, path, order, &quiet); });
+  const AccuracyReport report = Guarded([&] { return CheckAccuracy(ws, path, order); });
   for (const std::string& note : report.notes)
     if (PyErr_WarnEx(PyExc_UserWarning, note.c_str(), 1) < 0) throw py::error_already_set();
   if (!report.ok) throw Error(report.error);
@@ -851,7 +819,7 @@ PYBIND11_MODULE(orvex, m) {
       .def("save", &MISet::Save, py::arg("name"));
 
   py::class_<Program>(m, "Program", "A quantum program file")
-      .def(py::init(&OpenProgram), py::arg("path"))
+      .def(py::init([](const std::string& path) { return OpenProgram(path); }), py::arg("path"))
       .def_readonly("path", &Program::path)
       .def_property_readonly("rows", [](const Program& p) {
         py::list rows;

@@ -15,8 +15,10 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) args.emplace_back(argv[i]);
   const orvex::platform::AppDirOptions options = orvex::platform::ParseAppDirOptions(args);
 
+  // The Qt dialogs answer message boxes and file dialogs; the main window's own port, above
+  // them while it lives, its set chooser, prompts and status line.
   orvex::platform::QtDialogHandler dialogs;
-  orvex::platform::SetDialogHandler(&dialogs);
+  const orvex::platform::ScopedUserPort installed(dialogs);
 
   orvex::Workspace ws;
   try {
@@ -37,6 +39,5 @@ int main(int argc, char** argv) {
     result = QApplication::exec();
     dialogs.setParent(nullptr);
   }
-  orvex::platform::SetDialogHandler(nullptr);
   return result;
 }

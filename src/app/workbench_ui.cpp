@@ -1,5 +1,7 @@
 #include "app/workbench_ui.h"
 
+#include <QThread>
+
 #include "app/main_window.h"
 #include "mi/gui/default_mi.h"
 #include "miset/gui/set_dialogs.h"
@@ -7,6 +9,46 @@
 #include "workspace/workspace.h"
 
 namespace orvex {
+
+// ---- WorkbenchPort --------------------------------------------------------------------------
+
+WorkbenchPort::WorkbenchPort(MainWindow& main) : main_(main) { platform::InstallUserPort(this); }
+
+WorkbenchPort::~WorkbenchPort() { platform::RemoveUserPort(this); }
+
+platform::Answer WorkbenchPort::message(const std::string& text, platform::Icon icon,
+                                       platform::Buttons buttons, const std::string& detail) {
+  return platform::PortBelow(this).message(text, icon, buttons, detail);
+}
+
+std::optional<std::string> WorkbenchPort::chooseFile(const platform::FileRequest& request) {
+  return platform::PortBelow(this).chooseFile(request);
+}
+
+void WorkbenchPort::beep() { platform::PortBelow(this).beep(); }
+
+std::optional<int> WorkbenchPort::chooseOne(const std::vector<std::string>& items, int& selected) {
+  return SelectMI::Choose(items, selected, &main_);
+}
+
+std::string WorkbenchPort::askText(const std::string& caption) { return GetDirName::Ask(caption, &main_); }
+
+// The qubit-count window is the workbench's one number window; it offers 2..32.
+std::optional<int> WorkbenchPort::chooseNumber(int current, int, int) { return SetQubits::Choose(current, &main_); }
+
+void WorkbenchPort::progress(const std::string& text, std::optional<double>) {
+  const QString line = platform::FromBytes(text);
+  if (QThread::currentThread() == main_.thread()) {
+    main_.setRunStatus(line);
+    return;
+  }
+  MainWindow* main = &main_;
+  QMetaObject::invokeMethod(main, [main, line] { main->setRunStatus(line); }, Qt::QueuedConnection);
+}
+
+void WorkbenchPort::keepResponsive() {
+  if (QThread::currentThread() == main_.thread()) main_.processEvents();
+}
 
 // ---- WorkbenchUi ----------------------------------------------------------------------------
 
@@ -25,14 +67,6 @@ bool WorkbenchUi::openMIEditor(int miSlot, int editorSlot) {
 }
 
 void WorkbenchUi::unloadQubitWindow() { main_.unloadQubitWindow(); }
-
-std::optional<int> WorkbenchUi::chooseSet(const std::vector<std::string>& names, int& selected) {
-  return SelectMI::Choose(names, selected, &main_);
-}
-
-std::string WorkbenchUi::askSetName(const std::string& caption) { return GetDirName::Ask(caption, &main_); }
-
-std::optional<int> WorkbenchUi::chooseQubitCount(int current) { return SetQubits::Choose(current, &main_); }
 
 void WorkbenchUi::arrangeWindows() { main_.arrangeWindows(); }
 
@@ -53,8 +87,6 @@ void WorkbenchUi::miSlotsMoved(const std::vector<int>& newIndexOf) {
 
 void WorkbenchRunUi::updateQubitDisplay(int slot) { main_.updateQubitDisplay(slot); }
 
-void WorkbenchRunUi::processEvents() { main_.processEvents(); }
-
 void WorkbenchRunUi::enableRunCommands(int slot, bool enabled) { main_.enableRunCommands(slot, enabled); }
 
 void WorkbenchRunUi::programChanged(int slot) { main_.programChanged(slot); }
@@ -62,8 +94,6 @@ void WorkbenchRunUi::programChanged(int slot) { main_.programChanged(slot); }
 void WorkbenchRunUi::qubitWindowFrame() { main_.qubitWindowFrame(); }
 
 void WorkbenchRunUi::refreshQubitWindow() { main_.refreshQubitWindow(); }
-
-void WorkbenchRunUi::showRunStatus(const std::string& text) { main_.setRunStatus(platform::FromBytes(text)); }
 
 void WorkbenchRunUi::showEditor(int slot) { main_.showEditor(slot); }
 

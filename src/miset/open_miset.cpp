@@ -175,7 +175,7 @@ void OpenMISet(Workspace& ws, MISetUi& ui) {
   if (ws.MISetPath.empty()) EnsureSomeSet(ws);
   const std::vector<std::string> names = ListMISets(ws);
   int selected = names.empty() ? -1 : 0;
-  const std::optional<int> choice = ui.chooseSet(names, selected);
+  const std::optional<int> choice = platform::ChooseOne(names, selected);
   ApplySetChoice(ws, names, choice, selected);
   ui.arrangeWindows();
   if (ws.MISetPath.empty()) return;  // nothing to open (no set directory could be made)

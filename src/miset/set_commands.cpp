@@ -34,8 +34,8 @@ bool CheckSetName(const std::string& name) {
 namespace {
 
 // The name from the prompt; "" when cancelled or refused.
-std::string AskName(MISetUi& ui, const std::string& caption) {
-  std::string name = ui.askSetName(caption);
+std::string AskName(const std::string& caption) {
+  std::string name = platform::AskText(caption);
   if (name.empty() || !CheckSetName(name)) return {};
   return name;
 }
@@ -44,7 +44,7 @@ std::string AskName(MISetUi& ui, const std::string& caption) {
 
 bool NewMISet(Workspace& ws, MISetUi& ui) {
   if (RefuseWhileProgramRuns(ws)) return false;
-  const std::string name = AskName(ui, "New MI set");
+  const std::string name = AskName("New MI set");
   if (name.empty()) return false;
   const std::string path = MISetContainer(ws) + name + "/";
   if (!EnsureDirectory(path)) return false;
@@ -88,9 +88,9 @@ bool NewMISet(Workspace& ws, MISetUi& ui) {
   return true;
 }
 
-bool CopyMISet(Workspace& ws, MISetUi& ui) {
+bool CopyMISet(Workspace& ws, MISetUi& /*ui: the copy keeps the windows as they are*/) {
   if (RefuseWhileProgramRuns(ws)) return false;
-  const std::string name = AskName(ui, "Copy MI set");
+  const std::string name = AskName("Copy MI set");
   if (name.empty()) return false;
   const std::string path = MISetContainer(ws) + name + "/";
   const bool existed = DirectoryExists(path);

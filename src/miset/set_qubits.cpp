@@ -90,7 +90,7 @@ bool SetQubits(Workspace& ws, MISetUi& ui, int n) {
 }
 
 bool ChangeQubitCount(Workspace& ws, MISetUi& ui) {
-  const std::optional<int> n = ui.chooseQubitCount(ws.NumberOfQubits);
+  const std::optional<int> n = platform::ChooseNumber(ws.NumberOfQubits, 2, kMaxQubits);
   return n && SetQubits(ws, ui, *n);
 }
 

@@ -34,15 +34,13 @@ namespace {
 
 constexpr int kSlot = 1;
 
-// What the runs would show in message boxes: the first critical one ends the check.
-class CollectingDialogs : public platform::DialogHandler {
+// The port of the check's runs: what they would show in message boxes is collected (the
+// first critical one ends the check); their progress goes on to the caller's port, as the
+// part of the whole check done (the run as written the first half, the doubled one the
+// second), and so do the pauses for the user interface between engine calls.
+class CheckPort : public platform::HeadlessPort {
 public:
-  CollectingDialogs() : previous_(platform::CurrentDialogHandler()) {
-    platform::SetDialogHandler(this);
-  }
-  ~CollectingDialogs() override { platform::SetDialogHandler(previous_); }
-  CollectingDialogs(const CollectingDialogs&) = delete;
-  CollectingDialogs& operator=(const CollectingDialogs&) = delete;
+  CheckPort() : installed_(*this) {}
 
   platform::Answer message(const std::string& text, platform::Icon icon,
                            platform::Buttons buttons, const std::string& detail) override {
@@ -55,20 +53,21 @@ public:
     } else {
       notes.push_back(line);
     }
-    return buttons == platform::Buttons::YesNo || buttons == platform::Buttons::YesNoCancel
-               ? platform::Answer::Yes
-               : platform::Answer::OK;
+    return HeadlessPort::message(text, icon, buttons, detail);
   }
-  std::optional<std::string> chooseFile(const platform::FileRequest&) override {
-    return std::nullopt;
+  void progress(const std::string& text, std::optional<double> fraction) override {
+    if (fraction) fraction = (run + std::clamp(*fraction, 0.0, 1.0)) / 2;
+    platform::PortBelow(this).progress(text, fraction);
   }
+  void keepResponsive() override { platform::PortBelow(this).keepResponsive(); }
 
   bool failed = false;
   std::string error;
   std::vector<std::string> notes;
+  int run = 0;  // 0 the run as written, 1 the doubled one
 
 private:
-  platform::DialogHandler* previous_;
+  platform::ScopedUserPort installed_;
 };
 
 // Goes back to the directory the check began in, and removes the scratch home.
@@ -113,7 +112,7 @@ void CopyInto(const std::string& from, const std::string& to) {
 // end, through every breakpoint.
 std::vector<std::array<double, 3>> RunToEnd(const std::string& home, const std::string& setDir,
                                             const std::string& program, int order, RunUi& ui,
-                                            CollectingDialogs& dialogs) {
+                                            CheckPort& dialogs) {
   Workspace ws;
   ws.AppDir = home;
   ws.MISetPath = setDir;
@@ -210,8 +209,7 @@ std::string DoubleIntermediateSteps(const std::string& text, const std::string& 
   return out;
 }
 
-AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order,
-                             RunUi* ui) {
+AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order) {
   AccuracyReport report;
   report.order = order == 4 ? 4 : 2;
   if (ws.RunningProgram != -1 || ws.EngineBusy) {
@@ -228,9 +226,9 @@ AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath
     return report;
   }
 
-  RunUi quiet;
-  RunUi& runUi = ui ? *ui : quiet;
-  CollectingDialogs dialogs;
+  // The runs' workspace is the check's own: no window shows its program.
+  RunUi runUi;
+  CheckPort dialogs;
   Scratch scratch;
   if (scratch.home().empty()) {
     report.error = "cannot create a scratch directory";
@@ -292,6 +290,7 @@ AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath
         WriteWholeFile(setDir + name,
                        DoubleIntermediateSteps(ReadWholeFile(setDir + name), name));
     }
+    dialogs.run = 1;
     const auto doubled =
         dialogs.failed ? asWritten
                        : RunToEnd(scratch.home(), setDir, relative, report.order, runUi, dialogs);

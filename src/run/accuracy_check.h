@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "run/run_ui.h"
 #include "workspace/workspace.h"
 
 namespace orvex {
@@ -52,15 +51,15 @@ struct AccuracyReport {
 // callable programs the set refers to) with the open set of `ws` (MISetPath) and the
 // integrator of `order` (2 or 4). Refused while a program of `ws` runs or is halted (the
 // engine has one run context; the caller keeps Start and Step disabled while the check runs).
-// `ui`, when given, drives the two runs of a workspace of the check's own, slot 1: give it a
-// RunUi that only processes events and shows the run status, never the workbench's own,
-// whose other hooks refer to the workbench's program slots. Leaves the current directory as
-// it was and removes its scratch directory. On a worker thread it needs the user interface
-// to wait (a modal window): for its duration it holds the process's dialog handler (every
-// message box, from any thread, is collected into the report instead of shown), the current
-// directory and the engine's run context.
-AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order,
-                             RunUi* ui = nullptr);
+// The two runs take place in a workspace of the check's own, slot 1; their progress reaches the
+// user port as the part of the whole check done (the status line of each run, the first run
+// up to one half), and the port is asked to keep the user interface responsive between engine
+// calls, possibly from the check's thread. Leaves the current directory as it was and removes
+// its scratch directory. On a worker thread it needs the user interface to wait (a modal
+// window): for its duration it installs its own user port (every message box, from any
+// thread, is collected into the report instead of shown) and holds the current directory and
+// the engine's run context.
+AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order);
 
 // The MI text with its intermediate steps n replaced by 2 * max(1, n) (a sub-step count of 0
 // runs as 1), every other line kept; the text is read by the MI reader and the result read

@@ -133,7 +133,7 @@ Halt PlaceHalt(const Workspace& ws, int slot, const std::optional<RunPosition>& 
 void EndRunAfterFailure(Workspace& ws, RunUi& ui, int slot) {
   ws.EngineBusy = false;
   if (ws.RunningProgram != slot) return;
-  ui.showRunStatus("");
+  platform::ShowProgress("");
   ws.RunningProgram = -1;
   ws.CurrentStep(slot) = -1;
   ws.EngineEntry[slot - 1] = -1;
@@ -293,7 +293,7 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
     }
     const TraceClock clock = engineTraces ? TraceClock{} : ClockFor(ws, slot, from);
     const auto began = std::chrono::steady_clock::now();
-    ui.showRunStatus(RunningText(0, 0));
+    platform::ShowProgress(RunningText(0, 0), 0.0);
     bool paused = false;
     do {
       CallEngine(engine, ws, slot, &ws.EngineError, &ws.EngineEntry[slot - 1], ws.EngineX.data(),
@@ -308,14 +308,17 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
                            ws.NumberOfQubits, ws.EngineX.data(), ws.EngineY.data(),
                            ws.EngineZ.data());
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - began;
-        ui.showRunStatus(RunningText(ws.EngineFlags[2], elapsed.count()));
+        platform::ShowProgress(RunningText(ws.EngineFlags[2], elapsed.count()),
+                               std::clamp(ws.EngineFlags[2], 0, 1000) / 1000.0);
         if (ws.AnimateQubits > 0) {
           CopyEngineState(ws, slot);
           ui.updateQubitDisplay(slot);
           ui.qubitWindowFrame();
         }
       }
-      ui.processEvents();
+      platform::KeepResponsive();
+      // Stopped by the user: the run is abandoned as by Reset.
+      if (ws.RunningProgram == slot && platform::CancelRequested()) ResetProgram(ws, ui, slot);
       if (ws.RunningProgram != slot) break;  // reset from an event processed meanwhile
       // Pause: the engine returned early and keeps its context; the run halts here.
       if (ws.PauseRequested && ws.EngineFlags[0] > 0 && ws.EngineError == 0) paused = true;
@@ -350,14 +353,14 @@ void RunProgram(Workspace& ws, RunUi& ui, int slot, int mode) {
 
     program.Status = "Program halted";
     program.CurrentRow = halt.row;
-    ui.showRunStatus(halt.text);
+    platform::ShowProgress(halt.text);
     if (!halted) {
       program.Status = "Program has finished";
       program.CurrentRow = -1;
       ws.CurrentStep(slot) = -1;
       ws.EngineEntry[slot - 1] = -1;
       ws.RunningProgram = -1;
-      ui.showRunStatus("");
+      platform::ShowProgress("");
       ui.enableRunCommands(slot, true);
     }
     ui.programChanged(slot);
@@ -398,7 +401,7 @@ void StepBack(Workspace& ws, RunUi& ui, int slot) {
   trace.Marker = ws.StepTime[index - 1];
   ++trace.Revision;
   ws.Program(slot).CurrentRow = row;
-  ui.showRunStatus(text);
+  platform::ShowProgress(text);
   ui.programChanged(slot);
   ui.updateQubitDisplay(slot);
 }
@@ -421,7 +424,7 @@ void ResetProgram(Workspace& ws, RunUi& ui, int slot) {
     ws.EngineEntry[slot - 1] = -2;
     ws.RunningProgram = -1;
     ui.enableRunCommands(slot, true);
-    ui.showRunStatus("");
+    platform::ShowProgress("");
     ws.EngineFlags.fill(0);
     ws.EngineProgramName = EngineProgramNameFor(program.Name);
     std::int32_t status = 0;

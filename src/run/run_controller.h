@@ -1,6 +1,7 @@
 // The run controller: Start, Step, Back and Reset of one quantum program at a time, driving the
 // engine (run/engine_library.h) through the workspace's exchange area and keeping the run state
-// of every open program. Qt-free; the windows are told what happened through RunUi.
+// of every open program. Qt-free; the windows are told what happened through RunUi, the user
+// through the user port (platform/dialogs.h).
 //
 // Step history. Entry k (1..1000) of HistoryX/Y/Z holds the qubit state of recorded step k,
 // StepTable(k) its mark: 0 nothing recorded, 1 a position that cannot be told, 2 the position
@@ -19,9 +20,11 @@
 // step or intermediate step; called programs are expanded, their MIs and breakpoints marking
 // the calling row. The row is shown in ProgramSlot::CurrentRow while halted (-1 otherwise, and
 // when a walk cannot be made: an MI or called program unreadable), the MI, "main step k of m"
-// and the program time in the run's status line (RunUi::showRunStatus). While the call loop
-// runs the status line shows the engine's progress word (EngineFlags word 2) and the time
-// taken (RunningText).
+// and the program time in the run's status line (the user port's progress, "" when no run is
+// on). While the call loop runs the status line shows the engine's progress word (EngineFlags
+// word 2) and the time taken (RunningText), the word also as the part done; between engine
+// calls the port keeps the user interface responsive, and a stop the user asked for there
+// resets the run.
 //
 // Trace. Every call loop adds to Workspace::Traces of the slot (run/run_trace.h): the engine's
 // trace records, drained after every call, when it has kv3trace (recording is switched on

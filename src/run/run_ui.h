@@ -1,7 +1,8 @@
 // What the run controller and the program operations need from the windows around them. The
 // operations stay Qt-free; the workbench implements these hooks with its windows, the command
 // line and the tests with their own. Every hook defaults to doing nothing, which is what a
-// workbench without windows needs.
+// workbench without windows needs. The run's status line and the handling of pending events
+// between engine calls go through the user port (platform/dialogs.h).
 #pragma once
 
 #include <string>
@@ -16,9 +17,6 @@ public:
   // Repaint the qubit boxes of `slot` from QubitX/Y/Z(slot, q) for q in 1..ProgramQubits(slot)
   // (no boxes when ProgramQubits is 0).
   virtual void updateQubitDisplay(int /*slot*/) {}
-  // Let the window system process pending events (called between engine calls). Hooks may
-  // run other operations from here; the controller copes with a Reset arriving this way.
-  virtual void processEvents() {}
   // Apply RunCommandStatesFor(enabled) (run/run_commands.h) to the editor of `slot`, the MI
   // list, the menus and the tool bars, then process pending events once.
   virtual void enableRunCommands(int /*slot*/, bool /*enabled*/) {}
@@ -31,9 +29,6 @@ public:
   virtual void qubitWindowFrame() {}
   // Repaint the qubit window after a reset.
   virtual void refreshQubitWindow() {}
-  // The status line of the run: its progress while the call loop runs ("Running… 43 % (0:12)"),
-  // where a halted run stands (run/run_position.h), "" when no run is on.
-  virtual void showRunStatus(const std::string& /*text*/) {}
 
   // --- program table -----------------------------------------------------------------------
   // Show (create when needed) the editor of `slot`; the slot's Visible flag is already set.

@@ -146,7 +146,7 @@ TEST_F(MICommandsTest, ASlotDeletedWhileOpenDoesNotLeaveTheNextSetsInitialisatio
   // A set whose MIs fill the slots below n and that lacks an initialisation MI.
   for (int k = 1; k < n; ++k) put("other", "m" + std::to_string(k) + ".MI", MIText("m"));
   const std::vector<std::string> sets = ListMISets(ws);
-  ui.choice = static_cast<int>(std::find(sets.begin(), sets.end(), "other") - sets.begin());
+  dialogs.choose(static_cast<int>(std::find(sets.begin(), sets.end(), "other") - sets.begin()));
   OpenMISet(ws, ui);
   ASSERT_EQ(ws.MIList.Caption, "Set: other");
   const int init = SlotOfRow(ws, rowOf("Initialize"));

@@ -1,9 +1,8 @@
 // Shared pieces of the MI-set tests: a workspace in a fresh application directory, MI file
-// text, and a window stand-in that answers the set chooser and name prompt from a script and
-// records which editors were opened and closed.
+// text, and a window stand-in that records which editors were opened and closed. The set
+// chooser and name prompt are questions of the user port, answered by ScriptedDialogs.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,34 +31,16 @@ public:
     return true;
   }
   void unloadQubitWindow() override { ++qubitWindowUnloads; }
-  std::optional<int> chooseSet(const std::vector<std::string>& names, int& selected) override {
-    offered = names;
-    offeredPreselected = selected;
-    ++chooserShown;
-    if (selectOnClose) selected = *selectOnClose;
-    return choice;
-  }
-  std::string askSetName(const std::string& caption) override {
-    askedCaptions.push_back(caption);
-    return setName;
-  }
   void openCallableProgram(const std::string& relativePath) override {
     programsOpened.push_back(relativePath);
   }
   void miSlotsMoved(const std::vector<int>& newIndexOf) override { lastMove = newIndexOf; }
 
   Workspace* ws = nullptr;
-  std::optional<int> choice = 0;
-  std::optional<int> selectOnClose;  // the row the user left selected
-  std::string setName;
   bool closeResult = true;
   std::vector<std::pair<int, int>> opened;  // (MI slot, editor slot)
   std::vector<std::pair<int, bool>> closed;  // (editor slot, save)
-  std::vector<std::string> offered;
-  int offeredPreselected = -2;
-  int chooserShown = 0;
   int qubitWindowUnloads = 0;
-  std::vector<std::string> askedCaptions;
   std::vector<std::string> programsOpened;
   std::vector<int> lastMove;
 };

@@ -26,7 +26,7 @@ TEST_F(OpenMISetTest, EmptySetOpensWithTwoQubitsAndTheInitialisationMI) {
   ScriptedDialogs dialogs;
   OpenMISet(ws, ui);
 
-  EXPECT_EQ(ui.offered, std::vector<std::string>{"empty"});
+  EXPECT_EQ(dialogs.offered(), std::vector<std::string>{"empty"});
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/empty/");
   EXPECT_EQ(ws.MIList.Caption, "Set: empty");
   EXPECT_EQ(ws.NumberOfQubits, 2);
@@ -93,22 +93,19 @@ TEST_F(OpenMISetTest, ChooserListsDirectoriesOnlyAndCancelKeepsASetOpen) {
   ScriptedDialogs dialogs;
 
   // Cancelled at start-up: the row selected then is opened all the same.
-  ui.choice = std::nullopt;
-  ui.selectOnClose = 1;
+  dialogs.choose(std::nullopt, 1);
   OpenMISet(ws, ui);
-  EXPECT_EQ(ui.offered, (std::vector<std::string>{"one", "two"}));
+  EXPECT_EQ(dialogs.offered(), (std::vector<std::string>{"one", "two"}));
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/two/");
-  ui.selectOnClose.reset();
 
   // A chosen row is opened.
-  ui.choice = 0;
+  dialogs.choose(0);
   OpenMISet(ws, ui);
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/one/");
   EXPECT_EQ(ws.NumberOfQubits, 3);
 
   // Cancelled with a set open: the same set stays open, whatever row was selected.
-  ui.choice = std::nullopt;
-  ui.selectOnClose = 1;
+  dialogs.choose(std::nullopt, 1);
   OpenMISet(ws, ui);
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/one/");
   EXPECT_EQ(ws.MIList.Caption, "Set: one");
@@ -119,18 +116,18 @@ TEST_F(OpenMISetTest, ChooserListsTheSetsInNameOrderAndPreselectsTheFirst) {
   for (const char* name : {"delta", "Alpha", "charlie", "bravo", "Echo", "foxtrot"})
     put(name, "qubits.dat", " 2 \r\n");
   ScriptedDialogs dialogs;
-  ui.choice = std::nullopt;  // cancelled at start-up: the preselected row is opened
+  dialogs.choose(std::nullopt);  // cancelled at start-up: the preselected row is opened
   OpenMISet(ws, ui);
-  EXPECT_EQ(ui.offered,
+  EXPECT_EQ(dialogs.offered(),
             (std::vector<std::string>{"Alpha", "bravo", "charlie", "delta", "Echo", "foxtrot"}));
-  EXPECT_EQ(ui.offeredPreselected, 0);
+  EXPECT_EQ(dialogs.questions.back().selected, 0);
   EXPECT_EQ(ws.MIList.Caption, "Set: Alpha");
 
   // Even with no row left selected, start-up does not end without a set.
   Workspace fresh;
   fresh.AppDir = dir.path();
   ui.ws = &fresh;
-  ui.selectOnClose = -1;
+  dialogs.choose(std::nullopt, -1);
   OpenMISet(fresh, ui);
   EXPECT_EQ(fresh.MIList.Caption, "Set: Alpha");
   EXPECT_EQ(fresh.MISetPath, dir.path() + "MI/Alpha/");
@@ -179,7 +176,7 @@ TEST_F(OpenMISetTest, WithoutAnySetAnEmptyOneIsMadeSoASetIsOpen) {
   OpenMISet(ws, ui);
   EXPECT_EQ(dialogs.messages(),
             std::vector<std::string>{"No micro instruction set was found.\rThe empty set Default was created."});
-  EXPECT_EQ(ui.offered, std::vector<std::string>{"Default"});
+  EXPECT_EQ(dialogs.offered(), std::vector<std::string>{"Default"});
   EXPECT_EQ(ws.MIList.Caption, "Set: Default");
   EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "Initialize"}));
 }
@@ -194,7 +191,7 @@ TEST_F(OpenMISetTest, RunningProgramBlocksOpening) {
   EXPECT_EQ(dialogs.shown[0].text,
             "A Quantum Program is currently running,\rstop the Quantum Program and try again");
   EXPECT_EQ(dialogs.shown[0].icon, Icon::Critical);
-  EXPECT_EQ(ui.chooserShown, 0);
+  EXPECT_EQ(dialogs.count(RecordedQuestion::List), 0);
   EXPECT_TRUE(ws.MISetPath.empty());
 }
 

@@ -98,8 +98,8 @@ TEST_F(SafekeepingTest, CopyingAReadOnlySetOnlyReadsIt) {
   // Root may write anywhere, so the source is made read-only by refusing every write into it.
   const auto before = Snapshot(source);
   const auto stamp = fs::last_write_time(source + "qubits.dat");
-  ui.setName = "twin";
   ScriptedDialogs dialogs;
+  dialogs.text("twin");
   dialogs.answer(Answer::Yes);  // create MI/twin
   {
     FaultyDisk readOnly([&](const std::string& target) {
@@ -114,8 +114,9 @@ TEST_F(SafekeepingTest, CopyingAReadOnlySetOnlyReadsIt) {
 }
 
 TEST_F(SafekeepingTest, AFailedCopyLeavesNoHalfMadeSet) {
-  ui.setName = "twin";
   ScriptedDialogs dialogs;
+  dialogs.text("twin");
+  dialogs.text("twin");
   dialogs.answer(Answer::Yes);
   int writes = 0;
   {

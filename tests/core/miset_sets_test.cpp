@@ -49,10 +49,10 @@ TEST(SetNames, IllegalCharactersAreRefusedBlanksAllowed) {
 
 TEST_F(SetCommandsTest, NewSetIsCreatedWithConsentAndOpened) {
   ScriptedDialogs dialogs;
-  ui.setName = "my set";
+  dialogs.text("my set");
   dialogs.answer(Answer::Yes);  // Create (sub)directory?
   ASSERT_TRUE(NewMISet(ws, ui));
-  EXPECT_EQ(ui.askedCaptions, std::vector<std::string>{"New MI set"});
+  EXPECT_EQ(dialogs.captions(), std::vector<std::string>{"New MI set"});
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text, "Create (sub)directory?");
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/my set/");
@@ -62,7 +62,7 @@ TEST_F(SetCommandsTest, NewSetIsCreatedWithConsentAndOpened) {
   EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "Initialize"}));
 
   // Refusing the directory changes nothing.
-  ui.setName = "other";
+  dialogs.text("other");
   dialogs.answer(Answer::No);
   EXPECT_FALSE(NewMISet(ws, ui));
   EXPECT_EQ(ws.MIList.Caption, "Set: my set");
@@ -71,11 +71,11 @@ TEST_F(SetCommandsTest, NewSetIsCreatedWithConsentAndOpened) {
 
 TEST_F(SetCommandsTest, IllegalOrCancelledNamesCreateNothing) {
   ScriptedDialogs dialogs;
-  ui.setName = "a/b";  // the name check itself is tested above
+  dialogs.text("a/b");  // the name check itself is tested above
   dialogs.answer(Answer::OK);
   EXPECT_FALSE(NewMISet(ws, ui));
   EXPECT_EQ(dialogs.messages(), std::vector<std::string>{"Illegal directory name"});
-  ui.setName = "";
+  dialogs.text("");
   EXPECT_FALSE(NewMISet(ws, ui));
   EXPECT_EQ(ListDirectories(dir.path() + "MI"), std::vector<std::string>{"demo"});
   EXPECT_EQ(ws.MIList.Caption, "Set: demo");
@@ -87,13 +87,14 @@ TEST_F(SetCommandsTest, ExistingSetAnsweredNoOpensUnchangedAndYesEmptiesIt) {
   put("old", "qubits.dat", " 3 \r\n");
   const std::string before = dir.read("MI/old/X.MI");
 
-  ui.setName = "old";
+  dialogs.text("old");
   dialogs.answer(Answer::Cancel);
   EXPECT_FALSE(NewMISet(ws, ui));
   EXPECT_EQ(dialogs.shown.back().text, "MI Set old already exists, overwrite?");
   EXPECT_EQ(dialogs.shown.back().buttons, Buttons::YesNoCancel);
   EXPECT_EQ(ws.MIList.Caption, "Set: demo");
 
+  dialogs.text("old");
   dialogs.answer(Answer::No);
   ASSERT_TRUE(NewMISet(ws, ui));
   EXPECT_EQ(ws.MIList.Caption, "Set: old");
@@ -102,6 +103,7 @@ TEST_F(SetCommandsTest, ExistingSetAnsweredNoOpensUnchangedAndYesEmptiesIt) {
   EXPECT_EQ(dir.read("MI/old/X.MI"), before);
   EXPECT_EQ(ws.MITable(SlotOfRow(ws, 2)).Field(1, Hx0), 1.5);
 
+  dialogs.text("old");
   dialogs.answer(Answer::Yes);
   ASSERT_TRUE(NewMISet(ws, ui));
   EXPECT_FALSE(dir.exists("MI/old/X.MI"));
@@ -113,7 +115,7 @@ TEST_F(SetCommandsTest, ABadQubitsFileInTheNewSetLeavesNoneOfTheOldMIsBehind) {
   ScriptedDialogs dialogs;
   put("old", "X.MI", MIText("x"));
   put("old", "qubits.dat", "many\r\n");
-  ui.setName = "old";
+  dialogs.text("old");
   dialogs.answer(Answer::No);  // already exists: open it as it is
   EXPECT_THROW(NewMISet(ws, ui), RuntimeError);
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/old/");
@@ -126,10 +128,10 @@ TEST_F(SetCommandsTest, ABadQubitsFileInTheNewSetLeavesNoneOfTheOldMIsBehind) {
 TEST_F(SetCommandsTest, CopyingASetContinuesInTheCopy) {
   ScriptedDialogs dialogs;
   put("demo", "p.MP", "@progs/p.kvp\r\n");
-  ui.setName = "twin";
+  dialogs.text("twin");
   dialogs.answer(Answer::Yes);
   ASSERT_TRUE(CopyMISet(ws, ui));
-  EXPECT_EQ(ui.askedCaptions, std::vector<std::string>{"Copy MI set"});
+  EXPECT_EQ(dialogs.captions(), std::vector<std::string>{"Copy MI set"});
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/twin/");
   EXPECT_EQ(ws.MIList.Caption, "Set: twin");
   EXPECT_EQ(dir.read("MI/twin/A.MI"), dir.read("MI/demo/A.MI"));
@@ -142,12 +144,12 @@ TEST_F(SetCommandsTest, CopyingASetContinuesInTheCopy) {
 TEST_F(SetCommandsTest, RunningProgramBlocksSetCommands) {
   ScriptedDialogs dialogs;
   ws.RunningProgram = 1;
-  ui.setName = "x";
+  dialogs.text("x");
   dialogs.answer(Answer::OK);
   dialogs.answer(Answer::OK);
   EXPECT_FALSE(NewMISet(ws, ui));
   EXPECT_FALSE(CopyMISet(ws, ui));
-  EXPECT_TRUE(ui.askedCaptions.empty());
+  EXPECT_TRUE(dialogs.captions().empty());
   EXPECT_EQ(dialogs.messages(),
             (std::vector<std::string>{
                 "A Quantum Program is currently running,\rstop the Quantum Program and try again",
@@ -250,7 +252,7 @@ TEST_F(SetCommandsTest, AddedProgramBecomesACallableRowOnce) {
   EXPECT_EQ(ws.MICount, 3);
 
   // The entry survives reopening the set.
-  ui.choice = 0;
+  dialogs.choose(0);
   OpenMISet(ws, ui);
   EXPECT_EQ(rowTexts(), (std::vector<std::string>{"Breakpoint", "A", "a", "INITIALIZE"}));
 }

@@ -1,5 +1,5 @@
 // Window commands report every failure in a critical box and never pass it on.
-#include "miset/miset_ui.h"
+#include "platform/dialogs.h"
 
 #include <stdexcept>
 

@@ -50,7 +50,7 @@ TEST_F(RunControllerTest, StartHaltsAtBreakpointAndContinuesToTheEnd) {
   EXPECT_DOUBLE_EQ(ws.QubitZ(1, 2), .6);
   EXPECT_EQ(ui.count("disable 1"), 1);
   EXPECT_EQ(ui.count("enable 1"), 0);
-  EXPECT_EQ(ui.eventPumps, 2);
+  EXPECT_EQ(dialogs.keepResponsiveCalls, 2);
   EXPECT_EQ(ui.count("display 1"), 1);  // not animated: once, at the end
   EXPECT_EQ(ui.events.back(), "display 1");
 
@@ -114,7 +114,7 @@ TEST_F(RunControllerTest, StepsAreRecordedAndBackRestoresThem) {
     EXPECT_DOUBLE_EQ(ws.QubitZ(1, q), 0);
   }
   EXPECT_EQ(ws.Program(1).CurrentRow, 0);
-  EXPECT_EQ(ui.status(), "Start, t = 0");
+  EXPECT_EQ(dialogs.status(), "Start, t = 0");
   EXPECT_EQ(dialogs.beeps, 0);
   StepBack(ws, ui, 1);  // nothing before the start
   EXPECT_EQ(dialogs.beeps, 1);
@@ -159,28 +159,28 @@ TEST_F(RunControllerTest, FineStepsMarkTheMIUnderWayAndTheStatusLineSaysWhere) {
   EXPECT_EQ(Calls().size(), 3u);
   EXPECT_EQ(ws.CurrentStep(1), 1);  // one step, however many calls
   EXPECT_EQ(ws.Program(1).CurrentRow, 1);
-  EXPECT_EQ(ui.status(), "INITIALIZE, main step 0 of 0, t = 0");
+  EXPECT_EQ(dialogs.status(), "INITIALIZE, main step 0 of 0, t = 0");
   // While the calls went on the status line showed the engine's progress word.
-  ASSERT_GE(ui.statuses.size(), 2u);
-  EXPECT_EQ(ui.statuses[1].rfind("Running\xE2\x80\xA6 43 % (", 0), 0u) << ui.statuses[1];
+  ASSERT_GE(dialogs.statuses().size(), 2u);
+  EXPECT_EQ(dialogs.statuses()[1].rfind("Running\xE2\x80\xA6 43 % (", 0), 0u) << dialogs.statuses()[1];
 
   RunProgram(ws, ui, 1, kModeStep);
   EXPECT_EQ(ws.Program(1).CurrentRow, 2);
-  EXPECT_EQ(ui.status(), "A, main step 1 of 2, intermediate step 1 of 2, t = 0.25");
+  EXPECT_EQ(dialogs.status(), "A, main step 1 of 2, intermediate step 1 of 2, t = 0.25");
   RunProgram(ws, ui, 1, kModeStep);
   EXPECT_EQ(ws.Program(1).CurrentRow, 2);
-  EXPECT_EQ(ui.status(), "A, main step 1 of 2, t = 0.5");
+  EXPECT_EQ(dialogs.status(), "A, main step 1 of 2, t = 0.5");
   // A run from inside A finishes it and halts after the breakpoint.
   RunProgram(ws, ui, 1, kModeRun);
   EXPECT_EQ(ws.Program(1).CurrentRow, 3);
-  EXPECT_EQ(ui.status(), "Breakpoint, t = 1");
+  EXPECT_EQ(dialogs.status(), "Breakpoint, t = 1");
   StepBack(ws, ui, 1);
   EXPECT_EQ(ws.Program(1).CurrentRow, 2);
-  EXPECT_EQ(ui.status(), "A, main step 1 of 2, t = 0.5");
+  EXPECT_EQ(dialogs.status(), "A, main step 1 of 2, t = 0.5");
   // Steps go on from where the engine stopped: B, after the breakpoint.
   RunProgram(ws, ui, 1, kModeStep);
   EXPECT_EQ(ws.Program(1).CurrentRow, 4);
-  EXPECT_EQ(ui.status(), "B, main step 0 of 0, t = 1");
+  EXPECT_EQ(dialogs.status(), "B, main step 0 of 0, t = 1");
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
@@ -253,7 +253,7 @@ TEST_F(RunControllerTest, GranularityAndIntegratorAreSetOnlyWhenStartingFromIdle
   EXPECT_EQ(ws.Program(1).CurrentRow, 2);
   RunProgram(ws, ui, 1, kModeRun);  // ends
   ASSERT_EQ(ws.RunningProgram, -1);
-  EXPECT_EQ(ui.status(), "");
+  EXPECT_EQ(dialogs.status(), "");
   RunProgram(ws, ui, 1, kModeStep);
   EXPECT_TRUE(Has(Calls()[3], "entry=-1 flags=0,0,0,1")) << Calls()[3];
 }
@@ -309,7 +309,7 @@ TEST_F(RunControllerTest, AFailedAnimatedStartShowsNoValues) {
   RunProgram(ws, ui, 1, kModeRun);
   EXPECT_EQ(ws.ProgramQubits(1), 0);  // a fresh program: still no boxes
   EXPECT_EQ(ui.frames, 0);
-  EXPECT_EQ(ui.status(), "");
+  EXPECT_EQ(dialogs.status(), "");
 
   // After a run the boxes keep that run's values.
   Script("0 0 0 0  .3 .3 .3  .3 .3 .3\n-1001 1 0 0\n");
@@ -358,10 +358,10 @@ TEST_F(RunControllerTest, AnotherProgramIsRefusedWhileOneIsHalted) {
   EXPECT_EQ(dialogs.messages().back(), "Cannot step back, start this Quantum Program and try again");
 
   // Resetting the other program leaves the halted run alone, status line included.
-  const std::string halted = ui.status();
+  const std::string halted = dialogs.status();
   EXPECT_EQ(halted, "Breakpoint, t = 0");
   ResetProgram(ws, ui, 2);
-  EXPECT_EQ(ui.status(), halted);
+  EXPECT_EQ(dialogs.status(), halted);
   EXPECT_EQ(ws.RunningProgram, 1);
   EXPECT_EQ(Calls().size(), 1u);
   EXPECT_EQ(ws.Program(2).Status, "Program reset");
@@ -449,14 +449,11 @@ TEST_F(RunControllerTest, ResetFromInsideTheCallLoopEndsTheRun) {
   for (int mode : {kModeRun, kModeStep}) {
     Script("0 1 1 0\n0 1 1 0\n0 1 1 0\n0 0 0 0\n");
     std::remove((dir.path() + "calls.log").c_str());
-    struct ResettingUi : RecordingUi {
-      Workspace* ws = nullptr;
-      void processEvents() override {
-        if (++eventPumps == 2) ResetProgram(*ws, *this, 1);
-      }
-    } resetting;
-    resetting.ws = &ws;
-    RunProgram(ws, resetting, 1, mode);
+    int pumps = 0;
+    dialogs.onKeepResponsive = [&] {
+      if (++pumps == 2) ResetProgram(ws, ui, 1);
+    };
+    RunProgram(ws, ui, 1, mode);
     auto calls = Calls();
     ASSERT_EQ(calls.size(), 3u);  // two ordinary calls and the reset call
     EXPECT_TRUE(Has(calls[1], "runMode=" + std::to_string(mode) + " ")) << calls[1];
@@ -464,8 +461,30 @@ TEST_F(RunControllerTest, ResetFromInsideTheCallLoopEndsTheRun) {
     EXPECT_EQ(ws.RunningProgram, -1);
     EXPECT_FALSE(ws.EngineBusy);
     EXPECT_EQ(ws.Program(1).Status, "Program reset");
-    EXPECT_EQ(resetting.status(), "");
+    EXPECT_EQ(dialogs.status(), "");
   }
+}
+
+TEST_F(RunControllerTest, ProgressCarriesThePartDoneAndAStopAskedForResetsTheRun) {
+  Script("0 1 1 0 w2=430\n0 1 1 0\n0 1 1 0\n0 0 0 0\n");
+  int pumps = 0;
+  dialogs.onKeepResponsive = [&] {
+    if (++pumps == 2) dialogs.cancel = true;
+  };
+  RunProgram(ws, ui, 1, kModeRun);
+  const auto reports = dialogs.progressReports();
+  ASSERT_GE(reports.size(), 3u);
+  EXPECT_EQ(reports[0].fraction, std::optional<double>(0.0));
+  EXPECT_EQ(reports[1].text.rfind("Running\xE2\x80\xA6 43 % (", 0), 0u) << reports[1].text;
+  EXPECT_DOUBLE_EQ(reports[1].fraction.value_or(-1), .43);
+  // The stop: the engine is told to abandon the run, the status line cleared.
+  const auto calls = Calls();
+  ASSERT_EQ(calls.size(), 3u);
+  EXPECT_TRUE(Has(calls[2], "entry=-2")) << calls[2];
+  EXPECT_EQ(reports.back().text, "");
+  EXPECT_FALSE(reports.back().fraction);
+  EXPECT_EQ(ws.RunningProgram, -1);
+  EXPECT_EQ(ws.Program(1).Status, "Program reset");
 }
 
 TEST_F(RunControllerTest, StartsArrivingInsideTheCallLoop) {
@@ -474,17 +493,14 @@ TEST_F(RunControllerTest, StartsArrivingInsideTheCallLoop) {
   SetProgram(2, "progs/other.kvp", {{"Start", kIconStart}, {"A", kIconMI}});
   Script("0 1 1 0\n0 0 0 0\n");
   dialogs.answer(Answer::OK);
-  struct StartingUi : RecordingUi {
-    Workspace* ws = nullptr;
-    void processEvents() override {
-      if (++eventPumps == 1) {
-        RunProgram(*ws, *this, 2, kModeRun);
-        RunProgram(*ws, *this, 1, kModeRun);
-      }
+  int pumps = 0;
+  dialogs.onKeepResponsive = [&] {
+    if (++pumps == 1) {
+      RunProgram(ws, ui, 2, kModeRun);
+      RunProgram(ws, ui, 1, kModeRun);
     }
-  } starting;
-  starting.ws = &ws;
-  RunProgram(ws, starting, 1, kModeRun);
+  };
+  RunProgram(ws, ui, 1, kModeRun);
   EXPECT_EQ(dialogs.messages(), (std::vector<std::string>{
                                     "Another quantum program is currently running,\runable to start program!"}));
   EXPECT_EQ(dialogs.beeps, 1);

@@ -29,11 +29,11 @@ inline std::string FakeEnginePath() {
 #endif
 }
 
-// Records what the run controller told the windows, in order.
+// Records what the run controller told the windows, in order (what it told the user, the
+// status line included, the fixture's ScriptedDialogs records).
 class RecordingUi : public RunUi {
 public:
   void updateQubitDisplay(int slot) override { events.push_back("display " + std::to_string(slot)); }
-  void processEvents() override { ++eventPumps; }
   void enableRunCommands(int slot, bool enabled) override {
     events.push_back(std::string(enabled ? "enable " : "disable ") + std::to_string(slot));
     if (onEnable) onEnable(enabled);
@@ -41,7 +41,6 @@ public:
   void programChanged(int slot) override { events.push_back("changed " + std::to_string(slot)); }
   void qubitWindowFrame() override { ++frames; }
   void refreshQubitWindow() override { events.push_back("refresh qubit window"); }
-  void showRunStatus(const std::string& text) override { statuses.push_back(text); }
   void showEditor(int slot) override { events.push_back("show " + std::to_string(slot)); }
   void arrangeWindows() override { events.push_back("arrange"); }
 
@@ -51,12 +50,7 @@ public:
     return n;
   }
 
-  // The status line as last shown ("" before anything was).
-  std::string status() const { return statuses.empty() ? "" : statuses.back(); }
-
   std::vector<std::string> events;
-  std::vector<std::string> statuses;  // every status line shown, in order
-  int eventPumps = 0;
   int frames = 0;
   std::function<void(bool)> onEnable;
 };

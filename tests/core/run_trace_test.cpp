@@ -140,15 +140,18 @@ TEST_F(RunTraceTest, WithoutTraceEntriesEverySuccessfulCallIsOnePoint) {
   EXPECT_EQ(trace().Points.size(), 3u);
 }
 
-// Pauses the run at the n-th event pump.
-struct PausingUi : RecordingUi {
-  Workspace* ws = nullptr;
-  int pauseAt = 0;
+// Runs program 1, asking to pause it at the n-th pause for the user interface; true when the
+// pause was accepted.
+bool RunPausingAt(ScriptedDialogs& dialogs, Workspace& ws, RunUi& ui, int mode, int pauseAt) {
+  int pumps = 0;
   bool accepted = false;
-  void processEvents() override {
-    if (++eventPumps == pauseAt) accepted = PauseProgram(*ws, 1);
-  }
-};
+  dialogs.onKeepResponsive = [&] {
+    if (++pumps == pauseAt) accepted = PauseProgram(ws, 1);
+  };
+  RunProgram(ws, ui, 1, mode);
+  dialogs.onKeepResponsive = nullptr;
+  return accepted;
+}
 
 TEST_F(RunTraceTest, PauseHaltsAtTheNextEarlyReturnAndContinuingEndsAsAnUninterruptedRun) {
   const std::string script = "0 1 1 0  .1 .1 .1  .1 .1 .1\n"
@@ -164,11 +167,7 @@ TEST_F(RunTraceTest, PauseHaltsAtTheNextEarlyReturnAndContinuingEndsAsAnUninterr
 
   // Paused after the second call, then continued.
   std::remove((dir.path() + "calls.log").c_str());
-  PausingUi pausing;
-  pausing.ws = &ws;
-  pausing.pauseAt = 2;
-  RunProgram(ws, pausing, 1, kModeRun);
-  EXPECT_TRUE(pausing.accepted);
+  EXPECT_TRUE(RunPausingAt(dialogs, ws, ui, kModeRun, 2));
   EXPECT_EQ(Calls().size(), 2u);  // no call after the pause
   EXPECT_EQ(ws.RunningProgram, 1);
   EXPECT_FALSE(ws.EngineBusy);
@@ -190,11 +189,7 @@ TEST_F(RunTraceTest, PauseHaltsAtTheNextEarlyReturnAndContinuingEndsAsAnUninterr
 
   // A step is never paused.
   std::remove((dir.path() + "calls.log").c_str());
-  PausingUi stepping;
-  stepping.ws = &ws;
-  stepping.pauseAt = 1;
-  RunProgram(ws, stepping, 1, kModeStep);
-  EXPECT_FALSE(stepping.accepted);
+  EXPECT_FALSE(RunPausingAt(dialogs, ws, ui, kModeStep, 1));
   EXPECT_EQ(Calls().size(), 4u);
 }
 

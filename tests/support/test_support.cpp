@@ -49,11 +49,9 @@ bool TempDir::exists(const std::string& relative) const {
   return fs::exists(fs::path(path_) / relative);
 }
 
-ScriptedDialogs::ScriptedDialogs() : previous_(platform::CurrentDialogHandler()) {
-  platform::SetDialogHandler(this);
-}
+ScriptedDialogs::ScriptedDialogs() { platform::InstallUserPort(this); }
 
-ScriptedDialogs::~ScriptedDialogs() { platform::SetDialogHandler(previous_); }
+ScriptedDialogs::~ScriptedDialogs() { platform::RemoveUserPort(this); }
 
 platform::Answer ScriptedDialogs::message(const std::string& text, platform::Icon icon,
                                           platform::Buttons buttons, const std::string& detail) {
@@ -64,11 +62,7 @@ platform::Answer ScriptedDialogs::message(const std::string& text, platform::Ico
     return a;
   }
   if (strict_) ADD_FAILURE() << "unscripted message box: " << text;
-  switch (buttons) {
-  case platform::Buttons::YesNo:
-  case platform::Buttons::YesNoCancel: return platform::Answer::Yes;
-  default: return platform::Answer::OK;
-  }
+  return platform::FirstButton(buttons);
 }
 
 std::optional<std::string> ScriptedDialogs::chooseFile(const platform::FileRequest& request) {
@@ -80,6 +74,84 @@ std::optional<std::string> ScriptedDialogs::chooseFile(const platform::FileReque
   auto f = files_.front();
   files_.pop_front();
   return f;
+}
+
+std::optional<int> ScriptedDialogs::chooseOne(const std::vector<std::string>& items, int& selected) {
+  questions.push_back({RecordedQuestion::List, items, selected, {}});
+  if (choices_.empty()) return platform::PortBelow(this).chooseOne(items, selected);
+  const Choice c = choices_.front();
+  choices_.pop_front();
+  if (c.selectOnClose) selected = *c.selectOnClose;
+  return c.row;
+}
+
+std::string ScriptedDialogs::askText(const std::string& caption) {
+  questions.push_back({RecordedQuestion::Text, {}, -1, caption});
+  if (texts_.empty()) return platform::PortBelow(this).askText(caption);
+  std::string t = texts_.front();
+  texts_.pop_front();
+  return t;
+}
+
+std::optional<int> ScriptedDialogs::chooseNumber(int current, int minimum, int maximum) {
+  questions.push_back({RecordedQuestion::Number, {}, current, {}});
+  if (numbers_.empty()) return platform::PortBelow(this).chooseNumber(current, minimum, maximum);
+  const std::optional<int> n = numbers_.front();
+  numbers_.pop_front();
+  return n;
+}
+
+void ScriptedDialogs::progress(const std::string& text, std::optional<double> fraction) {
+  {
+    std::lock_guard<std::mutex> lock(progressLock_);
+    progress_.push_back({text, fraction});
+  }
+  platform::PortBelow(this).progress(text, fraction);
+}
+
+void ScriptedDialogs::keepResponsive() {
+  ++keepResponsiveCalls;
+  if (onKeepResponsive) onKeepResponsive();
+  platform::PortBelow(this).keepResponsive();
+}
+
+bool ScriptedDialogs::cancelRequested() {
+  return cancel || platform::PortBelow(this).cancelRequested();
+}
+
+std::vector<RecordedProgress> ScriptedDialogs::progressReports() const {
+  std::lock_guard<std::mutex> lock(progressLock_);
+  return progress_;
+}
+
+std::vector<std::string> ScriptedDialogs::statuses() const {
+  std::vector<std::string> out;
+  for (const RecordedProgress& p : progressReports()) out.push_back(p.text);
+  return out;
+}
+
+std::string ScriptedDialogs::status() const {
+  const auto all = progressReports();
+  return all.empty() ? "" : all.back().text;
+}
+
+std::vector<std::string> ScriptedDialogs::captions() const {
+  std::vector<std::string> out;
+  for (const RecordedQuestion& q : questions)
+    if (q.kind == RecordedQuestion::Text) out.push_back(q.caption);
+  return out;
+}
+
+std::vector<std::string> ScriptedDialogs::offered() const {
+  for (auto q = questions.rbegin(); q != questions.rend(); ++q)
+    if (q->kind == RecordedQuestion::List) return q->items;
+  return {};
+}
+
+int ScriptedDialogs::count(RecordedQuestion::Kind kind) const {
+  int n = 0;
+  for (const RecordedQuestion& q : questions) n += q.kind == kind;
+  return n;
 }
 
 std::vector<std::string> ScriptedDialogs::messages() const {

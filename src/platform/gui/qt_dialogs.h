@@ -1,4 +1,4 @@
-// The workbench's dialog handler: message boxes titled "Orvex", file dialogs and the beep,
+// The Qt message boxes titled "Orvex", file dialogs and the beep of the workbench's user port,
 // shown with Qt. Installed by the application at start-up.
 #pragma once
 
@@ -10,7 +10,7 @@ class QWidget;
 
 namespace orvex::platform {
 
-class QtDialogHandler : public DialogHandler {
+class QtDialogHandler : public UserPort {
 public:
   explicit QtDialogHandler(QWidget* parent = nullptr) : parent_(parent) {}
   void setParent(QWidget* parent) { parent_ = parent; }
