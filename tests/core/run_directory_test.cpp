@@ -65,7 +65,6 @@ TEST_F(RunDirectoryTest, AnotherSetsDirectoryIsNeverEmptied) {
   dir.write("app/MI/other/X.MI", "other set's MI");
   dir.write("app/MI/other/p.kvp", "!Quantum program MI/other/p.kvp\r\n@A.MI\r\n");
   SetProgram(1, "MI/other/p.kvp", {{"Start", kIconStart}, {"A", kIconMI}});
-  ScriptedDialogs dialogs;
   dialogs.answer(platform::Answer::OK);
 
   RunProgram(ws, ui, 1, kModeRun);

@@ -150,22 +150,22 @@ void ProgramListView::startDrag(Qt::DropActions) {
 }
 
 void ProgramListView::dragEnterEvent(QDragEnterEvent* event) {
-  const QMimeData* data = event->mimeData();
+  const QMimeData* mime = event->mimeData();
   bool acceptable = false;
   if (!editor_.running()) {
-    if (auto own = DecodeProgramRow(data)) acceptable = own->first == editor_.slot();
-    else acceptable = DecodeMIRow(data).has_value();
+    if (auto own = DecodeProgramRow(mime)) acceptable = own->first == editor_.slot();
+    else acceptable = DecodeMIRow(mime).has_value();
   }
   if (acceptable) event->acceptProposedAction();
   else event->ignore();
 }
 
 void ProgramListView::dragMoveEvent(QDragMoveEvent* event) {
-  const QMimeData* data = event->mimeData();
+  const QMimeData* mime = event->mimeData();
   bool acceptable = false;
   if (!editor_.running()) {
-    if (auto own = DecodeProgramRow(data)) acceptable = own->first == editor_.slot();
-    else acceptable = DecodeMIRow(data).has_value();
+    if (auto own = DecodeProgramRow(mime)) acceptable = own->first == editor_.slot();
+    else acceptable = DecodeMIRow(mime).has_value();
   }
   if (!acceptable) {
     setDropTarget(-1);
@@ -190,8 +190,8 @@ void ProgramListView::dropEvent(QDropEvent* event) {
   }
   QTreeWidgetItem* item = itemAt(event->position().toPoint());
   const int target = item ? indexOfTopLevelItem(item) : -1;
-  const QMimeData* data = event->mimeData();
-  if (auto own = DecodeProgramRow(data)) {
+  const QMimeData* mime = event->mimeData();
+  if (auto own = DecodeProgramRow(mime)) {
     // A row from another program's list is refused: rows move only within their program.
     if (own->first != editor_.slot()) {
       event->ignore();
@@ -201,7 +201,7 @@ void ProgramListView::dropEvent(QDropEvent* event) {
       event->ignore();
       return;
     }
-  } else if (auto row = DecodeMIRow(data)) {
+  } else if (auto row = DecodeMIRow(mime)) {
     if (!editor_.dropMIRow(target, *row)) {
       event->ignore();
       return;
