@@ -55,12 +55,13 @@ int Fail(const std::string& message) {
   return kFailure;
 }
 
-std::string Format(const char* format, double v) {
+// `v` with `digits` significant digits.
+std::string Digits(double v, int digits) {
   char buffer[64];
-  std::snprintf(buffer, sizeof buffer, format, v);
+  std::snprintf(buffer, sizeof buffer, "%.*g", digits, v);
   return buffer;
 }
-std::string G15(double v) { return Format("%.15g", v); }
+std::string G15(double v) { return Digits(v, 15); }
 
 struct Options {
   std::string program, set, home, plan, point, collect;
@@ -276,7 +277,7 @@ int WritePlan(const Job& job, const std::vector<std::vector<double>>& points,
       return undo(error);
     // The values in full precision, so the point prints exactly what a direct sweep prints.
     std::string values;
-    for (double v : points[i]) values += (values.empty() ? "" : ",") + Format("%.17g", v);
+    for (double v : points[i]) values += (values.empty() ? "" : ",") + Digits(v, 17);
     try {
       WriteWholeFile(pointDir + kPointFile,
                      "order " + std::to_string(job.order) + "\nvalues " + values + "\n");

@@ -35,9 +35,10 @@ std::uint64_t PhysicalMemory() {
   return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(page);
 }
 
-std::string Format(const char* fmt, double v) {
+// A number with 15 significant digits, as the log writes them.
+std::string G15(double v) {
   char buf[64];
-  std::snprintf(buf, sizeof buf, fmt, v);
+  std::snprintf(buf, sizeof buf, "%.15g", v);
   return buf;
 }
 
@@ -51,7 +52,7 @@ std::string OutputName(int q) {
 } // namespace
 
 struct Simulator::Context {
-  explicit Context(Simulator& owner) : owner(owner) {}
+  explicit Context(Simulator& sim) : owner(sim) {}
 
   using Clock = std::chrono::steady_clock;
   // The returns a call makes once the reported values are measured.
@@ -261,12 +262,12 @@ bool Simulator::Context::FinishMi(std::int32_t* status) {
   const double tau = mi.timeStep;
   Log("MI " + mi.name + ": " + std::to_string(mi.fieldSteps) + " main steps, " +
       std::to_string(mi.intermediateSteps) + " intermediate steps, time step " +
-      Format("%.15g", tau) + ", duration " +
-      Format("%.15g", tau * static_cast<double>(mi.fieldSteps)) + ", norm " +
-      Format("%.15g", q.norm2));
+      G15(tau) + ", duration " +
+      G15(tau * static_cast<double>(mi.fieldSteps)) + ", norm " +
+      G15(q.norm2));
   if (mi.checkNorm && !(std::abs(q.norm2 - 1.0) <= 1e-9)) {
     Fail(status, {code::kNormCheck, mi.name, 0,
-                  "norm check failed: |psi|^2 = " + Format("%.15g", q.norm2)});
+                  "norm check failed: |psi|^2 = " + G15(q.norm2)});
     return false;
   }
   return true;

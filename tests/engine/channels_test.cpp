@@ -36,10 +36,10 @@ protected:
     if (lib) dlclose(lib);
   }
 
-  // One kv3dll call; `entryWord` -1 starts `program`, -2 abandons, 0 continues.
-  void Call(std::int32_t entryWord, std::int32_t outputFiles, const char* program = "p.kvp") {
-    if (entryWord != 0) this->entryWord = entryWord;
-    if (entryWord < 0) std::fill(flags, flags + 4, 0);
+  // One kv3dll call; `word` -1 starts `program`, -2 abandons, 0 continues.
+  void Call(std::int32_t word, std::int32_t outputFiles, const char* program = "p.kvp") {
+    if (word != 0) entryWord = word;
+    if (word < 0) std::fill(flags, flags + 4, 0);
     std::int32_t noOutput = outputFiles ? 0 : 1, runMode = 0;
     progress = 1;
     char name[33];

@@ -112,8 +112,11 @@ TEST_F(MainWindowMenusTest, ProgramCommandsAreEnabledExactlyWhileAProgramEditorI
   // The programs closed, the active one first: the window activated next is no program.
   activate(main->editor(2));
   for (int s : {2, 1}) {
-    for (QMdiSubWindow* w : main->mdi()->subWindowList())
-      if (w->widget() == main->editor(s)) ASSERT_TRUE(w->close());
+    for (QMdiSubWindow* w : main->mdi()->subWindowList()) {
+      if (w->widget() == main->editor(s)) {
+        ASSERT_TRUE(w->close());
+      }
+    }
     QApplication::processEvents();
     ASSERT_EQ(main->editor(s), nullptr);
   }
