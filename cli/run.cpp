@@ -207,14 +207,14 @@ private:
 
 // The command line's user port, installed while it lives: the shared headless port, whose
 // messages become lines on standard error as they come (a critical one means the run
-// failed). With --progress the status line of the run goes there too, at most five times a
-// second, in place on a terminal and one line each otherwise. Between engine calls the
+// failed). The status line of the run goes there too, at most five times a second: in place
+// on a terminal, and one line each otherwise when --progress asks for it. Between engine calls the
 // trace records are taken out (--trace).
 class CliPort : public platform::HeadlessPort {
 public:
   CliPort(const Workspace& ws, bool showProgress, TraceRecorder* recorder = nullptr,
           ProgramTrace* trace = nullptr)
-      : ws_(ws), show_(showProgress), tty_(isatty(STDERR_FILENO) == 1), recorder_(recorder),
+      : ws_(ws), tty_(isatty(STDERR_FILENO) == 1), show_(showProgress || tty_), recorder_(recorder),
         trace_(trace), installed_(*this) {
     onMessage = [this](const Message& m) { print(m); };
   }
@@ -249,8 +249,8 @@ private:
   }
 
   const Workspace& ws_;
-  bool show_;
   bool tty_;
+  bool show_;
   TraceRecorder* recorder_;
   ProgramTrace* trace_;
   bool shown_ = false;
