@@ -300,12 +300,7 @@ bool ProductFormula::Open(std::int64_t k, std::int64_t l, std::int64_t count,
       list.Ops().insert(list.Ops().end(), idle_.Ops().begin(), idle_.Ops().end());
       idle_ = FactorList(true);
     }
-    for (Group& g : groups_) {
-      if (!g.dirty) continue;
-      groupPlans_.emplace_back(qubits_, g.bits, std::move(g.pending));
-      g.pending = Identity(std::size_t{1} << g.bits.size());
-      g.dirty = false;
-    }
+    PlanPendingGroups();
   }
   literalOps_.clear();
   if (literal_)
@@ -317,6 +312,16 @@ bool ProductFormula::Open(std::int64_t k, std::int64_t l, std::int64_t count,
   pieces_ = Pieces();
   open_ = true;
   return changes;
+}
+
+void ProductFormula::PlanPendingGroups() {
+  groupPlans_.clear();
+  for (Group& g : groups_) {
+    if (!g.dirty) continue;
+    groupPlans_.emplace_back(qubits_, g.bits, std::move(g.pending));
+    g.pending = Identity(std::size_t{1} << g.bits.size());
+    g.dirty = false;
+  }
 }
 
 std::size_t ProductFormula::Pieces() const {
@@ -354,13 +359,7 @@ bool ProductFormula::FlushNext(const ParallelFor& policy, StateVector& psi) {
   if (!open_) {
     // The pending evolution becomes a batch of its own: the groups' matrices, then the idle
     // qubits' rotations.
-    groupPlans_.clear();
-    for (Group& g : groups_) {
-      if (!g.dirty) continue;
-      groupPlans_.emplace_back(qubits_, g.bits, std::move(g.pending));
-      g.pending = Identity(std::size_t{1} << g.bits.size());
-      g.dirty = false;
-    }
+    PlanPendingGroups();
     literalOps_.clear();
     if (literal_)
       literalOps_ = std::move(idle_.Ops());

@@ -90,6 +90,9 @@ private:
   int LocalBit(int g, int bit) const;
   void FoldGroups(std::int64_t count, std::vector<FactorList>& groupLists);
   std::size_t Pieces() const;
+  // The groups' matrices gathered since they were last applied become plans, and the
+  // groups start again from the identity.
+  void PlanPendingGroups();
 
   const MiFile* mi_;
   int integrator_;
