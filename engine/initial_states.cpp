@@ -61,13 +61,23 @@ void StatePreparation::ApplyPiece(const ParallelFor& policy, StateVector& psi,
     Zero(policy, psi, piece);
 }
 
-void StatePreparation::Zero(const ParallelFor& policy, StateVector& psi, std::size_t slice) {
+// The tasks of slice `slice`: f(task, from, to) for each run of 2^kTaskBits amplitudes
+// [from, to), `task` counted from the state's first amplitude.
+template <class F>
+void StatePreparation::ForEachTask(const ParallelFor& policy, std::size_t slice,
+                                   const F& f) const {
   const u64 begin = u64{slice} << kSliceBits, end = std::min(size_, (u64{slice} + 1) << kSliceBits);
   const u64 tasks = ((end - begin) + (u64{1} << kTaskBits) - 1) >> kTaskBits;
+  policy.Run(tasks, [&](u64 t) {
+    const u64 from = begin + (t << kTaskBits);
+    f((begin >> kTaskBits) + t, from, std::min(end, from + (u64{1} << kTaskBits)));
+  });
+}
+
+void StatePreparation::Zero(const ParallelFor& policy, StateVector& psi, std::size_t slice) {
   double* re = psi.Re();
   double* im = psi.Im();
-  policy.Run(tasks, [&](u64 t) {
-    const u64 from = begin + (t << kTaskBits), to = std::min(end, from + (u64{1} << kTaskBits));
+  ForEachTask(policy, slice, [&](u64, u64 from, u64 to) {
     std::memset(re + from, 0, (to - from) * sizeof(double));
     std::memset(im + from, 0, (to - from) * sizeof(double));
     if (value_ >= from && value_ < to) re[value_] = 1.0;
@@ -78,15 +88,12 @@ void StatePreparation::Draw(const ParallelFor& policy, StateVector& psi, std::si
   constexpr double kTwoPi = 6.283185307179586476925;
   constexpr double kUnit = 1.0 / 9007199254740992.0;  // 2^-53
   constexpr u64 kGolden = 0x9E3779B97F4A7C15ull;
-  const u64 begin = u64{slice} << kSliceBits, end = std::min(size_, (u64{slice} + 1) << kSliceBits);
-  const u64 tasks = ((end - begin) + (u64{1} << kTaskBits) - 1) >> kTaskBits;
   double* re = psi.Re();
   double* im = psi.Im();
   // Output k of splitmix64 from state `seed` is SplitMix(seed + k * golden), so any
   // amplitude can be drawn on its own.
   const u64 seed = value_;
-  policy.Run(tasks, [&](u64 t) {
-    const u64 from = begin + (t << kTaskBits), to = std::min(end, from + (u64{1} << kTaskBits));
+  ForEachTask(policy, slice, [&](u64 task, u64 from, u64 to) {
     double sum = 0;
     for (u64 i = from; i < to; ++i) {
       const u64 a = SplitMix(seed + (2 * i) * kGolden);
@@ -98,7 +105,7 @@ void StatePreparation::Draw(const ParallelFor& policy, StateVector& psi, std::si
       im[i] = r * std::sin(kTwoPi * u2);
       sum += re[i] * re[i] + im[i] * im[i];
     }
-    partial_[(begin >> kTaskBits) + t] = sum;
+    partial_[task] = sum;
   });
 }
 
@@ -108,13 +115,10 @@ void StatePreparation::Scale(const ParallelFor& policy, StateVector& psi, std::s
     for (double p : partial_) norm2 += p;
     scale_ = 1.0 / std::sqrt(norm2);
   }
-  const u64 begin = u64{slice} << kSliceBits, end = std::min(size_, (u64{slice} + 1) << kSliceBits);
-  const u64 tasks = ((end - begin) + (u64{1} << kTaskBits) - 1) >> kTaskBits;
   double* re = psi.Re();
   double* im = psi.Im();
   const double scale = scale_;
-  policy.Run(tasks, [&](u64 t) {
-    const u64 from = begin + (t << kTaskBits), to = std::min(end, from + (u64{1} << kTaskBits));
+  ForEachTask(policy, slice, [&](u64, u64 from, u64 to) {
     for (u64 i = from; i < to; ++i) {
       re[i] *= scale;
       im[i] *= scale;

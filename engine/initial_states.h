@@ -31,6 +31,8 @@ public:
   }
 
 private:
+  template <class F>
+  void ForEachTask(const ParallelFor& policy, std::size_t slice, const F& f) const;
   void Zero(const ParallelFor& policy, StateVector& psi, std::size_t slice);
   void Draw(const ParallelFor& policy, StateVector& psi, std::size_t slice);
   void Scale(const ParallelFor& policy, StateVector& psi, std::size_t slice);
