@@ -310,10 +310,9 @@ void MainWindow::updateMenus() {
   // directory, which a program never saved does not have yet.
   const int slot = activeSlot();
   const bool program = slot > 0;
-  const std::string name = program ? Lower(ws_.Program(slot).Name) : std::string();
   for (QAction* a : {startAct_, stepAct_, resetAct_, accuracyAct_, saveProgramAct_, saveAsAct_, traceAct_})
     a->setEnabled(program);
-  clearMIAct_->setEnabled(program && !name.empty() && name != "new");
+  clearMIAct_->setEnabled(program && hasRunDirectory(slot));
   // Gate fidelity: of the active program, or of the MI selected in the MI list.
   QMdiSubWindow* current = mdi_->currentSubWindow();
   fidelityAct_->setEnabled(program || (current && current == miListWindow_));
@@ -606,9 +605,11 @@ void MainWindow::qubitWindowFrame() {
 
 void MainWindow::refreshQubitWindow() {
   if (!qubitWindow_) return;
-  for (int q = 1; q <= qubitWindow_->qubits(); ++q) qubitWindow_->box(q)->setTrail({});
-  // The run was abandoned: every sphere back to its centre, without an arrow.
-  for (int q = 1; q <= qubitWindow_->qubits(); ++q) qubitWindow_->ShowValues(q, 0.5, 0.5, 0.5);
+  // The run was abandoned: every sphere back to its centre, without an arrow or a trail.
+  for (int q = 1; q <= qubitWindow_->qubits(); ++q) {
+    qubitWindow_->box(q)->setTrail({});
+    qubitWindow_->ShowValues(q, 0.5, 0.5, 0.5);
+  }
 }
 
 // ---- commands ---------------------------------------------------------------------------------
@@ -618,6 +619,12 @@ void MainWindow::command(const std::function<void()>& f) { RunCommand(f); }
 void MainWindow::setCommand(const std::function<void()>& f) {
   RunCommand(f);
   if (miList_) miList_->render();
+}
+
+bool MainWindow::hasRunDirectory(int slot) const {
+  // A program never saved ("New") has no directory of its own yet.
+  const std::string name = Lower(ws_.Program(slot).Name);
+  return !name.empty() && name != "new";
 }
 
 void MainWindow::withActiveSlot(const std::function<void(int)>& f) {
@@ -682,10 +689,7 @@ void MainWindow::saveProgram() {
 
 void MainWindow::clearRunDirectory() {
   withActiveSlot([this](int s) {
-    // A program never saved has no directory of its own yet.
-    const std::string name = Lower(ws_.Program(s).Name);
-    if (name.empty() || name == "new") return;
-    ClearRunDirectory(ws_, s);
+    if (hasRunDirectory(s)) ClearRunDirectory(ws_, s);
   });
 }
 

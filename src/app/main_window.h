@@ -140,6 +140,8 @@ private:
   void command(const std::function<void()>& f);
   // The same for the MI-set commands, after which the MI list is redrawn.
   void setCommand(const std::function<void()>& f);
+  // Whether the program of `slot` was ever saved, so that it has a run directory.
+  bool hasRunDirectory(int slot) const;
   // Runs `f` on the active program's slot; nothing when no program editor is active.
   void withActiveSlot(const std::function<void(int)>& f);
   // Redraws the trace window and the spheres' trails of `slot` from its trace.
