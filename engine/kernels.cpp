@@ -250,6 +250,30 @@ void BlockOp(double* re, double* im, u64 size, const Op& op) {
     BlockPair(re, im, size, op.a, op.b, op.m.data());
 }
 
+// Sub-blocks of 2^kL1Bits amplitudes (32 KiB) stay in a core's first-level cache.
+constexpr int kL1Bits = 11;
+
+// Applies ops[first, last) to a block in order. A run of factors on bits below kL1Bits is
+// applied sub-block by sub-block, so the block is read from the outer cache once for the
+// whole run rather than once per factor (each sub-block is a subspace all of them keep).
+void BlockOps(double* re, double* im, u64 size, const Op* first, const Op* last) {
+  auto low = [](const Op& op) {
+    return op.a < kL1Bits && (op.kind == Op::Single || op.b < kL1Bits);
+  };
+  const u64 sub = u64{1} << kL1Bits;
+  while (first != last) {
+    if (size <= sub || !low(*first)) {
+      BlockOp(re, im, size, *first++);
+      continue;
+    }
+    const Op* end = first;
+    while (end != last && low(*end)) ++end;
+    for (u64 base = 0; base < size; base += sub)
+      for (const Op* op = first; op != end; ++op) BlockOp(re + base, im + base, sub, *op);
+    first = end;
+  }
+}
+
 // Partial sums of a block for its local bits lo..hi-1, written to out[3 (b - lo) + 0..2]:
 // sx + i sy = sum over bit b clear of conj(a0) a1, and s0 = sum over bit b clear of |a0|^2
 // (the z sum is 2 s0 minus the block's norm). Every loop keeps four independent partial
@@ -670,7 +694,7 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     // gains.)
     const std::size_t from = piece * p.opsPerPiece;
     const std::size_t to = std::min(p.ops.size(), from + p.opsPerPiece);
-    for (std::size_t k = from; k < to; ++k) BlockOp(psi.Re(), psi.Im(), psi.Size(), p.ops[k]);
+    BlockOps(psi.Re(), psi.Im(), psi.Size(), p.ops.data() + from, p.ops.data() + to);
     return;
   }
   std::size_t s = 0;
@@ -684,7 +708,8 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     // The tile is contiguous: its factors run in place, with no copy in or out.
     policy.Run(sweep.tilesPerSlice, [&](u64 k) {
       const u64 base = TileBase(sweep.tile, first + k);
-      for (const Op& op : sweep.local) BlockOp(re + base, im + base, tileSize, op);
+      BlockOps(re + base, im + base, tileSize, sweep.local.data(),
+               sweep.local.data() + sweep.local.size());
     });
     return;
   }
@@ -693,7 +718,8 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     buf.Fit(tileSize);
     const u64 base = TileBase(sweep.tile, first + k);
     Gather(sweep.tile, base, re, im, buf.re.data(), buf.im.data());
-    for (const Op& op : sweep.local) BlockOp(buf.re.data(), buf.im.data(), tileSize, op);
+    BlockOps(buf.re.data(), buf.im.data(), tileSize, sweep.local.data(),
+             sweep.local.data() + sweep.local.size());
     Scatter(sweep.tile, base, re, im, buf.re.data(), buf.im.data());
   });
 }

@@ -71,7 +71,7 @@ TYPED_TEST_SUITE(KernelPolicy, Policies);
 
 TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
   const TypeParam policy = MakePolicy<TypeParam>();
-  for (int n : {1, 3, 9, 11, 13}) {
+  for (int n : {1, 3, 9, 11, 13, 15}) {
     const auto psi0 = RandomAmps(n, 7 + n);
     const auto ops = RandomOps(n, 11 + n, n == 1 ? 4 : 40);
     std::vector<Amp> dense = psi0;
@@ -84,7 +84,7 @@ TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
     Load(wide, psi0);
     for (const Op& op : ops) ApplyLiteral(policy, literal, op);
     ApplyOps(policy, tiled, ops, 5);  // small tiles: many groups and gathers
-    ApplyOps(policy, wide, ops);      // the register fits one tile
+    ApplyOps(policy, wide, ops);      // default tiles: one up to 14 qubits, gathered above
     EXPECT_LT(MaxDiff(literal, dense), 1e-12) << n;
     EXPECT_LT(MaxDiff(tiled, dense), 1e-12) << n;
     EXPECT_LT(MaxDiff(wide, dense), 1e-12) << n;
