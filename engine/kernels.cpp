@@ -332,26 +332,45 @@ ORVEX_KERNEL void BlockBlochWide(const double* __restrict re, const double* __re
   out[2] = Sum4(z0) + Sum4(z1);
 }
 
-// Two neighbouring bits b, b + 1 (partners s and 2s further, s >= 4) in one pass: each
-// group of four runs A, B, C, D holds the pairs (A, B), (C, D) of bit b and (A, C), (B, D) of
-// bit b + 1, so the block is read once for both. Every sum is a chain of multiply-adds into
-// accumulators of its own (two per sum, so the chains overlap), and the z sums come from
-// the norms of A, B and C. out[0..2] for bit b, out[3..5] for b + 1.
-ORVEX_KERNEL void BlockBlochWide2(const double* __restrict re, const double* __restrict im,
-                                  u64 size, u64 s, double* out) {
-  V4 xb0 = {}, xb1 = {}, yb0 = {}, yb1 = {}, xc0 = {}, xc1 = {}, yc0 = {}, yc1 = {};
-  V4 na = {}, nb = {}, nc = {};
+// Eight doubles: the engine's widest vectors (two of four where the machine has no wider).
+typedef double V8 __attribute__((vector_size(8 * sizeof(double))));
+
+template <class V>
+inline void LoadV(V& v, const double* p) { std::memcpy(&v, p, sizeof v); }
+
+template <class V>
+inline double SumV(const V& v) {
+  constexpr int kWidth = sizeof(V) / sizeof(double);
+  double lanes[kWidth];
+  std::memcpy(lanes, &v, sizeof v);
+  for (int w = kWidth; w > 1; w /= 2)
+    for (int k = 0; k < w / 2; ++k) lanes[k] = lanes[2 * k] + lanes[2 * k + 1];
+  return lanes[0];
+}
+
+// Two neighbouring bits b, b + 1 (partners s and 2s further, s at least the width of V) in
+// one pass: each group of four runs A, B, C, D holds the pairs (A, B), (C, D) of bit b and
+// (A, C), (B, D) of bit b + 1, so the block is read once for both. Every sum is a chain of
+// multiply-adds into accumulators of its own (two per sum, so the chains overlap), and the z
+// sums come from the norms of A, B and C. out[0..2] for bit b, out[3..5] for b + 1.
+template <class V>
+__attribute__((always_inline)) inline void BlochWide2(const double* __restrict re,
+                                                      const double* __restrict im, u64 size,
+                                                      u64 s, double* out) {
+  constexpr u64 kWidth = sizeof(V) / sizeof(double);
+  V xb0 = {}, xb1 = {}, yb0 = {}, yb1 = {}, xc0 = {}, xc1 = {}, yc0 = {}, yc1 = {};
+  V na = {}, nb = {}, nc = {};
   for (u64 base = 0; base < size; base += 4 * s)
-    for (u64 k = base; k < base + s; k += 4) {
-      V4 ar, ai, br, bi, cr, ci, dr, di;
-      Load4(ar, re + k);
-      Load4(ai, im + k);
-      Load4(br, re + k + s);
-      Load4(bi, im + k + s);
-      Load4(cr, re + k + 2 * s);
-      Load4(ci, im + k + 2 * s);
-      Load4(dr, re + k + 3 * s);
-      Load4(di, im + k + 3 * s);
+    for (u64 k = base; k < base + s; k += kWidth) {
+      V ar, ai, br, bi, cr, ci, dr, di;
+      LoadV(ar, re + k);
+      LoadV(ai, im + k);
+      LoadV(br, re + k + s);
+      LoadV(bi, im + k + s);
+      LoadV(cr, re + k + 2 * s);
+      LoadV(ci, im + k + 2 * s);
+      LoadV(dr, re + k + 3 * s);
+      LoadV(di, im + k + 3 * s);
       xb0 += ar * br;
       xb1 += ai * bi;
       xb0 += cr * dr;
@@ -375,12 +394,20 @@ ORVEX_KERNEL void BlockBlochWide2(const double* __restrict re, const double* __r
       nc += cr * cr;
       nc += ci * ci;
     }
-  out[0] = Sum4(xb0) + Sum4(xb1);
-  out[1] = Sum4(yb0) + Sum4(yb1);
-  out[2] = Sum4(na) + Sum4(nc);
-  out[3] = Sum4(xc0) + Sum4(xc1);
-  out[4] = Sum4(yc0) + Sum4(yc1);
-  out[5] = Sum4(na) + Sum4(nb);
+  out[0] = SumV(xb0) + SumV(xb1);
+  out[1] = SumV(yb0) + SumV(yb1);
+  out[2] = SumV(na) + SumV(nc);
+  out[3] = SumV(xc0) + SumV(xc1);
+  out[4] = SumV(yc0) + SumV(yc1);
+  out[5] = SumV(na) + SumV(nb);
+}
+
+ORVEX_KERNEL void BlockBlochWide2(const double* re, const double* im, u64 size, u64 s,
+                                  double* out) {
+  if (s >= 8)
+    BlochWide2<V8>(re, im, size, s, out);
+  else
+    BlochWide2<V4>(re, im, size, s, out);
 }
 
 // Bits 0 and 1 (partners closer than a vector) in one pass: each group of eight amplitudes
@@ -435,9 +462,10 @@ void BlockBlochTiny(const double* re, const double* im, u64 size, u64 s, double*
   out[2] = z;
 }
 
-// The sums of BlockBloch's bits lo..hi-1 into out[3 (b - lo) + 0..2], and the block's norm
-// into *norm when asked for (taken from the pass over bits 0 and 1 where that is made).
-void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, double* out,
+// The sums of bits lo..hi-1 of a block into out[3 (b - lo) + 0..2], and the block's norm
+// into *norm when asked for (taken from the pass over bits 0 and 1 where that is made), one
+// pass over the block per bit or pair of bits.
+void BlockBlochPasses(const double* re, const double* im, u64 size, int lo, int hi, double* out,
                 double* norm = nullptr) {
   bool normDone = false;
   for (int b = lo; b < hi; ++b) {
@@ -462,6 +490,25 @@ void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, do
     }
   }
   if (norm && !normDone) *norm = BlockNorm(re, im, size);
+}
+
+// BlockBlochPasses, with the passes for bits below kL1Bits made sub-block by sub-block, so
+// that the block is read from the outer cache once for all of them. The sub-blocks' sums are
+// added in order.
+void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, double* out,
+                double* norm = nullptr) {
+  const u64 sub = u64{1} << kL1Bits;
+  if (lo > 0 || hi <= kL1Bits || size <= sub) return BlockBlochPasses(re, im, size, lo, hi, out, norm);
+  double low[3 * kL1Bits], lowNorm = 0;
+  std::fill(out, out + 3 * kL1Bits, 0.0);
+  double total = 0;
+  for (u64 base = 0; base < size; base += sub) {
+    BlockBlochPasses(re + base, im + base, sub, 0, kL1Bits, low, &lowNorm);
+    for (int k = 0; k < 3 * kL1Bits; ++k) out[k] += low[k];
+    total += lowNorm;
+  }
+  BlockBlochPasses(re, im, size, kL1Bits, hi, out + 3 * kL1Bits);
+  if (norm) *norm = total;
 }
 
 // ---- Tiles: 2^W amplitudes whose indices share every bit outside a set of W bits ----
