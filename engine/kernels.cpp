@@ -592,15 +592,14 @@ struct Group {
   std::vector<const Op*> ops;
 };
 
+// Cuts the factors into groups, each of which one sweep applies tile by tile. Factors on
+// different qubits commute, so a group may take a factor from further down the list as long
+// as every earlier factor on one of its qubits is already applied (in this group or an
+// earlier one): a factor that does not fit holds back its qubits for the rest of the pass.
+// Within a group the factors keep their order.
 std::vector<Group> PlanGroups(int qubits, const std::vector<Op>& ops, int width) {
   std::vector<Group> groups;
   const int minRun = std::min(kMinRunBits, width - 2);
-  auto fresh = [&] {
-    Group g;
-    for (int b = 0; b < minRun; ++b) g.bits.push_back(b);
-    return g;
-  };
-  Group current = fresh();
   auto with = [](std::vector<int> bits, const Op& op) {
     auto add = [&](int b) {
       if (std::find(bits.begin(), bits.end(), b) == bits.end()) bits.push_back(b);
@@ -609,17 +608,31 @@ std::vector<Group> PlanGroups(int qubits, const std::vector<Op>& ops, int width)
     if (op.kind == Op::Pair) add(op.b);
     return bits;
   };
-  for (const Op& op : ops) {
-    auto bits = with(current.bits, op);
-    if (static_cast<int>(bits.size()) > width) {
-      groups.push_back(std::move(current));
-      current = fresh();
-      bits = with(current.bits, op);
+  std::vector<char> taken(ops.size(), 0);
+  std::size_t firstLeft = 0;
+  while (firstLeft < ops.size()) {
+    Group g;
+    for (int b = 0; b < minRun; ++b) g.bits.push_back(b);
+    std::vector<char> held(static_cast<std::size_t>(std::max(qubits, 1)), 0);
+    for (std::size_t k = firstLeft; k < ops.size(); ++k) {
+      if (taken[k]) continue;
+      const Op& op = ops[k];
+      const bool pair = op.kind == Op::Pair;
+      if (!held[op.a] && !(pair && held[op.b])) {
+        auto bits = with(g.bits, op);
+        if (static_cast<int>(bits.size()) <= width) {
+          g.bits = std::move(bits);
+          g.ops.push_back(&op);
+          taken[k] = 1;
+          continue;
+        }
+      }
+      held[op.a] = 1;
+      if (pair) held[op.b] = 1;
     }
-    current.bits = std::move(bits);
-    current.ops.push_back(&op);
+    while (firstLeft < ops.size() && taken[firstLeft]) ++firstLeft;
+    groups.push_back(std::move(g));
   }
-  if (!current.ops.empty()) groups.push_back(std::move(current));
   // Fill every tile up to the full width with the lowest free bits (longer runs).
   for (Group& g : groups)
     for (int b = 0; static_cast<int>(g.bits.size()) < width && b < qubits; ++b)

@@ -91,6 +91,19 @@ TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
   }
 }
 
+// A sweep may take a factor from further down the list once every earlier factor on its
+// qubits is applied. A chain's sub-step on 20 qubits (fields, pairs up, pairs down, fields)
+// then needs three sweeps of 14-bit tiles; taken strictly in order it needed six.
+TEST(TiledSweeps, FactorsOnOtherQubitsMoveUpSoAChainStepTakesThreeSweeps) {
+  constexpr int n = 20;
+  std::vector<Op> ops;
+  for (int q = 0; q < n; ++q) ops.push_back(FieldFactor(q, 0.3, -0.2, 0.7, 0.01));
+  for (int q = 0; q + 1 < n; ++q) ops.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, 0.01));
+  for (int q = n - 2; q >= 0; --q) ops.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, 0.01));
+  for (int q = 0; q < n; ++q) ops.push_back(FieldFactor(q, 0.3, -0.2, 0.7, 0.01));
+  EXPECT_EQ(SweepCount(n, ops, 14), 3);
+}
+
 // <sigma_x, y, z> of every qubit by the plain serial sums, one qubit at a time.
 std::vector<Bloch> SerialBloch(const std::vector<Amp>& v, int n) {
   std::vector<Bloch> r(n);
