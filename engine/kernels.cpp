@@ -676,8 +676,19 @@ void ApplyLiteral(const For& policy, StateVector& psi, const Op& op) {
   });
 }
 
+namespace {
+int TileBitsFor(int qubits, const std::vector<Op>& ops, int tileBits) {
+  if (tileBits != kChosenTile) return tileBits;
+  if (qubits <= kTileBits + 1) return kTileBits;
+  const auto narrow = PlanGroups(qubits, ops, kTileBits).size();
+  const auto wide = PlanGroups(qubits, ops, kTileBits + 1).size();
+  return wide < narrow ? kTileBits + 1 : kTileBits;
+}
+} // namespace
+
 int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits) {
   if (ops.empty()) return 0;
+  tileBits = TileBitsFor(qubits, ops, tileBits);
   if (qubits <= tileBits) return 1;
   return static_cast<int>(PlanGroups(qubits, ops, tileBits).size());
 }
@@ -706,6 +717,7 @@ struct OpsPlan::Impl {
 };
 
 OpsPlan::OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits) {
+  tileBits = TileBitsFor(qubits, ops, tileBits);
   auto impl = std::make_shared<Impl>();
   impl->qubits = qubits;
   impl->tileBits = tileBits;
