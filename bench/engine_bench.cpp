@@ -474,6 +474,27 @@ void BM_PeakFma(benchmark::State& state) {
       static_cast<double>(1 << 16) * kFmaChains * 8 / 1e9, benchmark::Counter::kIsIterationInvariantRate);
 }
 
+// The factor kernels' own rate: one sub-step of a chain small enough to stay in one core's
+// cache (at most one tile, applied in place on the calling thread), in multiply-adds per
+// second counted as the compute bound counts them. Compare with BM_PeakFma's one-thread rate.
+void BM_FactorsInCache(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  StateVector psi;
+  if (!psi.Allocate(n)) {
+    state.SkipWithError("cannot allocate the state");
+    return;
+  }
+  SetRandom(Threads(), psi, 1);
+  const auto ops = ChainStep(n);
+  for (auto _ : state) {
+    ApplyOps(SequentialFor(), psi, ops);
+    benchmark::ClobberMemory();
+  }
+  const double fmas = 8.0 * static_cast<double>(ops.size()) * static_cast<double>(psi.Size());
+  state.counters["GFMA/s"] =
+      benchmark::Counter(fmas / 1e9, benchmark::Counter::kIsIterationInvariantRate);
+}
+
 // One second-order sub-step of the chain (ChainStep) beside its two lower bounds: the
 // compute bound, the factors' multiply-adds at the measured peak rate (a 2x2 complex factor
 // on an amplitude pair is 16 multiply-adds of real numbers, 8 per amplitude and factor), and
@@ -571,6 +592,7 @@ BENCHMARK(BM_Measure)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->Use
 BENCHMARK(BM_MeasureVsCopy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
 BENCHMARK(BM_ChainCallTimes)->Arg(22)->Arg(26)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_PeakFma)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FactorsInCache)->DenseRange(10, 14, 2);
 BENCHMARK(BM_SubStepBounds)->DenseRange(16, 24, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
 BENCHMARK(BM_PulseSteps)
     ->ArgsProduct({{20}, {0, 1, 2, 4, 5}})
