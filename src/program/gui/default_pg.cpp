@@ -149,25 +149,20 @@ void ProgramListView::startDrag(Qt::DropActions) {
   drag->exec(Qt::MoveAction);
 }
 
+// A row of this program (moved) or of the MI list (inserted), while the program is not running.
+bool ProgramListView::acceptsDrop(const QMimeData* mime) const {
+  if (editor_.running()) return false;
+  if (auto own = DecodeProgramRow(mime)) return own->first == editor_.slot();
+  return DecodeMIRow(mime).has_value();
+}
+
 void ProgramListView::dragEnterEvent(QDragEnterEvent* event) {
-  const QMimeData* mime = event->mimeData();
-  bool acceptable = false;
-  if (!editor_.running()) {
-    if (auto own = DecodeProgramRow(mime)) acceptable = own->first == editor_.slot();
-    else acceptable = DecodeMIRow(mime).has_value();
-  }
-  if (acceptable) event->acceptProposedAction();
+  if (acceptsDrop(event->mimeData())) event->acceptProposedAction();
   else event->ignore();
 }
 
 void ProgramListView::dragMoveEvent(QDragMoveEvent* event) {
-  const QMimeData* mime = event->mimeData();
-  bool acceptable = false;
-  if (!editor_.running()) {
-    if (auto own = DecodeProgramRow(mime)) acceptable = own->first == editor_.slot();
-    else acceptable = DecodeMIRow(mime).has_value();
-  }
-  if (!acceptable) {
+  if (!acceptsDrop(event->mimeData())) {
     setDropTarget(-1);
     event->ignore();
     return;

@@ -48,6 +48,7 @@ protected:
   void dropEvent(QDropEvent* event) override;
 
 private:
+  bool acceptsDrop(const QMimeData* mime) const;
   void setDropTarget(int row);
   DefaultPG& editor_;
   int dropTarget_ = -1;
