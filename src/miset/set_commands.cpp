@@ -88,7 +88,7 @@ bool NewMISet(Workspace& ws, MISetUi& ui) {
   return true;
 }
 
-bool CopyMISet(Workspace& ws, MISetUi& /*ui: the copy keeps the windows as they are*/) {
+bool CopyMISet(Workspace& ws) {
   if (RefuseWhileProgramRuns(ws)) return false;
   const std::string name = AskName("Copy MI set");
   if (name.empty()) return false;

@@ -18,6 +18,6 @@ bool CheckSetName(const std::string& name);
 bool NewMISet(Workspace& ws, MISetUi& ui);
 // CopyMISet: asks for a name ("Copy MI set"), copies the open set's ".MI" and ".MP" files and
 // a fresh qubits.dat there, and continues in the copy. True when copied.
-bool CopyMISet(Workspace& ws, MISetUi& ui);
+bool CopyMISet(Workspace& ws);
 
 } // namespace orvex

@@ -105,7 +105,7 @@ TEST_F(SafekeepingTest, CopyingAReadOnlySetOnlyReadsIt) {
     FaultyDisk readOnly([&](const std::string& target) {
       return target.rfind(source, 0) == 0 ? EROFS : 0;
     });
-    ASSERT_TRUE(CopyMISet(ws, ui));
+    ASSERT_TRUE(CopyMISet(ws));
   }
   EXPECT_EQ(Snapshot(source), before);
   EXPECT_EQ(fs::last_write_time(source + "qubits.dat"), stamp);
@@ -121,7 +121,7 @@ TEST_F(SafekeepingTest, AFailedCopyLeavesNoHalfMadeSet) {
   int writes = 0;
   {
     FaultyDisk full([&](const std::string&) { return ++writes == 3 ? ENOSPC : 0; });
-    EXPECT_THROW(CopyMISet(ws, ui), RuntimeError);
+    EXPECT_THROW(CopyMISet(ws), RuntimeError);
   }
   EXPECT_FALSE(dir.exists("MI/twin"));
   EXPECT_EQ(ws.MISetPath, source);
@@ -133,7 +133,7 @@ TEST_F(SafekeepingTest, AFailedCopyLeavesNoHalfMadeSet) {
   writes = 0;
   {
     FaultyDisk full([&](const std::string&) { return ++writes == 3 ? ENOSPC : 0; });
-    EXPECT_THROW(CopyMISet(ws, ui), RuntimeError);
+    EXPECT_THROW(CopyMISet(ws), RuntimeError);
   }
   EXPECT_EQ(Snapshot(dir.path() + "MI/twin/"),
             (std::map<std::string, std::string>{{"A.MI", "older A"}, {"notes.txt", "mine"}}));

@@ -130,7 +130,7 @@ TEST_F(SetCommandsTest, CopyingASetContinuesInTheCopy) {
   put("demo", "p.MP", "@progs/p.kvp\r\n");
   dialogs.text("twin");
   dialogs.answer(Answer::Yes);
-  ASSERT_TRUE(CopyMISet(ws, ui));
+  ASSERT_TRUE(CopyMISet(ws));
   EXPECT_EQ(dialogs.captions(), std::vector<std::string>{"Copy MI set"});
   EXPECT_EQ(ws.MISetPath, dir.path() + "MI/twin/");
   EXPECT_EQ(ws.MIList.Caption, "Set: twin");
@@ -148,7 +148,7 @@ TEST_F(SetCommandsTest, RunningProgramBlocksSetCommands) {
   dialogs.answer(Answer::OK);
   dialogs.answer(Answer::OK);
   EXPECT_FALSE(NewMISet(ws, ui));
-  EXPECT_FALSE(CopyMISet(ws, ui));
+  EXPECT_FALSE(CopyMISet(ws));
   EXPECT_TRUE(dialogs.captions().empty());
   EXPECT_EQ(dialogs.messages(),
             (std::vector<std::string>{

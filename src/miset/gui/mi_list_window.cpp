@@ -187,7 +187,7 @@ void MIList::run(const std::function<void()>& command) {
 
 void MIList::openSet() { run([this] { OpenMISet(ws_, ui_); }); }
 void MIList::saveSet() { run([this] { SaveMISet(ws_); }); }
-void MIList::copySet() { run([this] { CopyMISet(ws_, ui_); }); }
+void MIList::copySet() { run([this] { CopyMISet(ws_); }); }
 void MIList::setNumberOfQubits() { run([this] { ChangeQubitCount(ws_, ui_); }); }
 void MIList::newMI() { run([this] { NewMI(ws_, ui_); }); }
 void MIList::copyMI() { run([this] { CopyMI(ws_, ui_); }); }
