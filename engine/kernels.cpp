@@ -465,8 +465,8 @@ void BlockBlochTiny(const double* re, const double* im, u64 size, u64 s, double*
 // The sums of bits lo..hi-1 of a block into out[3 (b - lo) + 0..2], and the block's norm
 // into *norm when asked for (taken from the pass over bits 0 and 1 where that is made), one
 // pass over the block per bit or pair of bits.
-void BlockBlochPasses(const double* re, const double* im, u64 size, int lo, int hi, double* out,
-                double* norm = nullptr) {
+void BlockBlochPasses(const double* re, const double* im, u64 size, int lo, int hi,
+                      double* out, double* norm = nullptr) {
   bool normDone = false;
   for (int b = lo; b < hi; ++b) {
     const u64 s = u64{1} << b;
@@ -498,7 +498,8 @@ void BlockBlochPasses(const double* re, const double* im, u64 size, int lo, int 
 void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, double* out,
                 double* norm = nullptr) {
   const u64 sub = u64{1} << kL1Bits;
-  if (lo > 0 || hi <= kL1Bits || size <= sub) return BlockBlochPasses(re, im, size, lo, hi, out, norm);
+  if (lo > 0 || hi <= kL1Bits || size <= sub)
+    return BlockBlochPasses(re, im, size, lo, hi, out, norm);
   double low[3 * kL1Bits], lowNorm = 0;
   std::fill(out, out + 3 * kL1Bits, 0.0);
   double total = 0;
