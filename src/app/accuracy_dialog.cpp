@@ -1,6 +1,7 @@
 // The accuracy check in the workbench.
 #include "app/accuracy_dialog.h"
 
+#include <cmath>
 #include <memory>
 
 #include <QDialogButtonBox>
@@ -116,10 +117,20 @@ void CheckProgramAccuracy(QWidget* parent, Workspace& ws, RunUi& ui, int slot) {
   progress.setWindowModality(Qt::ApplicationModal);
   progress.setMinimumDuration(0);
   progress.setCancelButton(nullptr);
+  // Busy until the check reports the part done (from its thread, so through the event loop;
+  // a report still queued when the window goes is dropped with it).
+  QProgressDialog* bar = &progress;
+  auto onFraction = [bar](double fraction) {
+    QMetaObject::invokeMethod(bar, [bar, fraction] {
+      bar->setMaximum(1000);
+      bar->setValue(static_cast<int>(std::lround(1000 * fraction)));
+    }, Qt::QueuedConnection);
+  };
   QEventLoop loop;
   QObject::connect(&watcher, &QFutureWatcher<AccuracyReport>::finished, &loop, &QEventLoop::quit);
   ws.EngineBusy = true;
-  watcher.setFuture(QtConcurrent::run([copy, path, order] { return CheckAccuracy(*copy, path, order); }));
+  watcher.setFuture(QtConcurrent::run(
+      [copy, path, order, onFraction] { return CheckAccuracy(*copy, path, order, onFraction); }));
   progress.show();
   if (!watcher.isFinished()) loop.exec();
   ws.EngineBusy = false;

@@ -57,6 +57,7 @@ public:
   }
   void progress(const std::string& text, std::optional<double> fraction) override {
     if (fraction) fraction = (run + std::clamp(*fraction, 0.0, 1.0)) / 2;
+    if (fraction && onFraction) onFraction(*fraction);
     platform::PortBelow(this).progress(text, fraction);
   }
   void keepResponsive() override { platform::PortBelow(this).keepResponsive(); }
@@ -65,6 +66,7 @@ public:
   std::string error;
   std::vector<std::string> notes;
   int run = 0;  // 0 the run as written, 1 the doubled one
+  std::function<void(double)> onFraction;
 
 private:
   platform::ScopedUserPort installed_;
@@ -209,7 +211,8 @@ std::string DoubleIntermediateSteps(const std::string& text, const std::string& 
   return out;
 }
 
-AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order) {
+AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order,
+                             const std::function<void(double)>& onFraction) {
   AccuracyReport report;
   report.order = order == 4 ? 4 : 2;
   if (ws.RunningProgram != -1 || ws.EngineBusy) {
@@ -229,6 +232,7 @@ AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath
   // The runs' workspace is the check's own: no window shows its program.
   RunUi runUi;
   CheckPort dialogs;
+  dialogs.onFraction = onFraction;
   Scratch scratch;
   if (scratch.home().empty()) {
     report.error = "cannot create a scratch directory";

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -58,8 +59,10 @@ struct AccuracyReport {
 // its scratch directory. On a worker thread it needs the user interface to wait (a modal
 // window): for its duration it installs its own user port (every message box, from any
 // thread, is collected into the report instead of shown) and holds the current directory and
-// the engine's run context.
-AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order);
+// the engine's run context. `onFraction`, when set, gets the same part done as a number, from
+// the check's thread.
+AccuracyReport CheckAccuracy(const Workspace& ws, const std::string& programPath, int order,
+                             const std::function<void(double)>& onFraction = {});
 
 // The MI text with its intermediate steps n replaced by 2 * max(1, n) (a sub-step count of 0
 // runs as 1), every other line kept; the text is read by the MI reader and the result read

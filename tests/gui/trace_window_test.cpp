@@ -13,6 +13,7 @@
 #include <QImage>
 #include <QLabel>
 #include <QLineSeries>
+#include <QProgressBar>
 #include <QProgressDialog>
 #include <QTableWidget>
 #include <QTabWidget>
@@ -382,8 +383,14 @@ TEST_F(RealEngineTraceTest, CheckAccuracyRunsInTheBackgroundAndShowsEveryQubit) 
   bool sawProgress = false;
   QStringList deviations;
   int rows = 0;
-  // The progress window is up while the check works on its thread; then the table.
-  WhenModalShown<QProgressDialog>([&](QProgressDialog*) { sawProgress = true; });
+  // The progress window is up while the check works on its thread, and its bar shows the
+  // part done (of 1000) as the check reports it; then the table.
+  int highest = -1;
+  WhenModalShown<QProgressDialog>([&](QProgressDialog* d) {
+    sawProgress = true;
+    if (auto* bar = d->findChild<QProgressBar*>())
+      QObject::connect(bar, &QProgressBar::valueChanged, [&](int v) { highest = std::max(highest, v); });
+  });
   WhenModalShown<AccuracyDialog>([&](AccuracyDialog* d) {
     rows = d->table()->rowCount();
     for (int r = 0; r < rows; ++r) deviations << d->table()->item(r, 1)->text();
@@ -391,6 +398,7 @@ TEST_F(RealEngineTraceTest, CheckAccuracyRunsInTheBackgroundAndShowsEveryQubit) 
   }, 3000);
   main->action(QStringLiteral("MenuCheckAccuracy"))->trigger();
   EXPECT_TRUE(sawProgress);
+  EXPECT_GT(highest, 500);  // into the second run
   ASSERT_EQ(rows, 2);
   for (const QString& d : deviations) {
     bool ok = false;
