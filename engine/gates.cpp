@@ -44,15 +44,26 @@ Op PairFactor(int bitA, int bitB, double jx, double jy, double jz, double theta)
   return op;
 }
 
+namespace {
+
+// m0 x + m1 y written out: the operator of std::complex also checks every product for NaN.
+inline Amp Combine(const Amp& m0, const Amp& x, const Amp& m1, const Amp& y) {
+  return {m0.real() * x.real() - m0.imag() * x.imag() + (m1.real() * y.real() - m1.imag() * y.imag()),
+          m0.real() * x.imag() + m0.imag() * x.real() + (m1.real() * y.imag() + m1.imag() * y.real())};
+}
+
+} // namespace
+
 void ApplyDense(std::vector<Amp>& psi, const Op& op) {
   const std::size_t n = psi.size();
+  const auto& m = op.m;
   if (op.kind == Op::Single) {
     const std::size_t s = std::size_t{1} << op.a;
     for (std::size_t i = 0; i < n; ++i) {
       if (i & s) continue;
       const Amp x = psi[i], y = psi[i | s];
-      psi[i] = op.m[0] * x + op.m[1] * y;
-      psi[i | s] = op.m[2] * x + op.m[3] * y;
+      psi[i] = Combine(m[0], x, m[1], y);
+      psi[i | s] = Combine(m[2], x, m[3], y);
     }
     return;
   }
@@ -61,11 +72,11 @@ void ApplyDense(std::vector<Amp>& psi, const Op& op) {
     if (i & (sa | sb)) continue;
     const std::size_t i00 = i, i11 = i | sa | sb, i01 = i | sa, i10 = i | sb;
     const Amp p = psi[i00], q = psi[i11];
-    psi[i00] = op.m[0] * p + op.m[1] * q;
-    psi[i11] = op.m[2] * p + op.m[3] * q;
+    psi[i00] = Combine(m[0], p, m[1], q);
+    psi[i11] = Combine(m[2], p, m[3], q);
     const Amp u = psi[i01], v = psi[i10];
-    psi[i01] = op.m[4] * u + op.m[5] * v;
-    psi[i10] = op.m[6] * u + op.m[7] * v;
+    psi[i01] = Combine(m[4], u, m[5], v);
+    psi[i10] = Combine(m[6], u, m[7], v);
   }
 }
 
