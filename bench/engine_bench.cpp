@@ -542,6 +542,46 @@ void BM_SubStepBounds(benchmark::State& state) {
   state.counters["x bound"] = step / std::max(computeBound, memoryBound);
 }
 
+// A pulse on a small register: a chain of `qubits` coupled qubits (one folded group) with
+// oscillating transverse fields, 200000 intermediate steps in one main step, run through the
+// simulator. The group's matrix collects every factor of every sub-step, so this is the cost
+// of a sub-step where the register is small, as in most single- and two-qubit pulse design.
+void BM_SmallPulse(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  constexpr long kSteps = 200000;
+  BenchDir dir;
+  if (!dir.Ok()) {
+    state.SkipWithError("cannot create a directory");
+    return;
+  }
+  MiSpec pulse;
+  pulse.qubits = n;
+  pulse.intermediateSteps = kSteps;
+  pulse.timeStep = 20;
+  AddChain(pulse);
+  for (int q = 0; q < n; ++q) {
+    pulse.fields[static_cast<std::size_t>(q)][1] = 0.5;       // Hx1
+    pulse.fields[static_cast<std::size_t>(q)][2] = 1.5;       // Omega_x
+    pulse.fields[static_cast<std::size_t>(q)][9] = 0.37 * q;  // phi_x
+  }
+  dir.Write("pulse.MI", pulse.Text());
+  dir.Write("p.kvp", "!Quantum program progs\\p.kvp\r\n@pulse.MI\r\n");
+  Simulator sim(DefaultThreadCount());
+  for (auto _ : state) {
+    CallArgs a;
+    a.entry = -1;
+    a.SetProgramName("p.kvp");
+    do sim.Call(a);
+    while (a.status == 0 && a.flags[0] > 0);
+    if (a.status != 0) {
+      state.SkipWithError("the run failed");
+      return;
+    }
+  }
+  state.counters["us per sub-step"] = benchmark::Counter(
+      1e-6 * kSteps, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
 // What the trace's records cost a run: a chain of N qubits (fields on every qubit,
 // nearest-neighbour couplings) called 16 times, one intermediate step per call, so that every
 // sub-step ends a main step and is recorded (the worst case: an MI of n intermediate steps
@@ -599,6 +639,7 @@ BENCHMARK(BM_PulseSteps)
     ->ArgNames({"qubits", "kind"})
     ->Unit(benchmark::kMillisecond)
     ->UseManualTime();
+BENCHMARK(BM_SmallPulse)->DenseRange(2, 4, 1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_TraceRecording)->DenseRange(16, 20, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
 
 } // namespace

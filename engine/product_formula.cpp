@@ -45,6 +45,12 @@ void FactorList::Pair(const Coupling& c, double angle) {
   Push(PairFactor(a, b, c.jx, c.jy, c.jz, angle), {true, {c.jx, c.jy, c.jz}, angle}, a, b);
 }
 
+void FactorList::Clear() {
+  ops_.clear();
+  sources_.clear();
+  last_.fill(-1);
+}
+
 void FactorList::Push(const Op& op, const Source& s, int a, int b) {
   last_[a] = last_[b] = static_cast<int>(ops_.size());
   ops_.push_back(op);
@@ -95,6 +101,15 @@ constexpr int kMaxFoldedGroup = 4;
 
 using DenseMatrix = std::vector<Amp>;  // column-major, dim x dim
 
+// With fields that change in time a folded group's matrix takes every factor of every
+// sub-step, on all its 2^2k entries, where the register's state has 2^N. The group is folded
+// only while its matrix has fewer than 2^kFoldOverState times the state's entries: a small
+// matrix's tight loop beats the state's overhead per factor (two coupled qubits), a larger one
+// does not (a register of three or four qubits that all couple).
+constexpr int kFoldOverState = 3;
+// Factors a folded group collects before they are multiplied into its matrix.
+constexpr std::size_t kGroupFlush = 64;
+
 DenseMatrix Identity(std::size_t dim) {
   DenseMatrix m(dim * dim);
   for (std::size_t i = 0; i < dim; ++i) m[i * dim + i] = 1;
@@ -112,15 +127,9 @@ DenseMatrix Product(const DenseMatrix& a, const DenseMatrix& b, std::size_t dim)
   return r;
 }
 
-// u <- op u, op on the matrix's local bits.
-void ApplyToColumns(DenseMatrix& u, std::size_t dim, const Op& op) {
-  std::vector<Amp> column(dim);
-  for (std::size_t col = 0; col < dim; ++col) {
-    std::copy(u.begin() + col * dim, u.begin() + (col + 1) * dim, column.begin());
-    ApplyDense(column, op);
-    std::copy(column.begin(), column.end(), u.begin() + col * dim);
-  }
-}
+// u <- op u, op on the matrix's local bits. The rows of a column-major matrix are the low
+// bits of its flat index, so applying op to the flat vector applies it to every column.
+void ApplyToColumns(DenseMatrix& u, const Op& op) { ApplyDense(u, op); }
 
 } // namespace
 
@@ -194,6 +203,7 @@ ProductFormula::ProductFormula(const MiFile& mi, int integrator, int qubits, boo
           stages * (2.0 * groupFields + 2.0 * static_cast<double>(g.couplings.size()));
       const double dim = std::ldexp(1.0, k);
       if (dim > n * factors / 2) continue;
+      if (!mi.StaticFields() && dim * dim >= std::ldexp(1.0, qubits + kFoldOverState)) continue;
       for (int b : g.bits) groupOf_[b] = static_cast<int>(groups_.size());
       fields -= groupFields;
       pairs -= static_cast<int>(g.couplings.size());
@@ -247,7 +257,7 @@ void ProductFormula::FoldGroups(std::int64_t count, std::vector<FactorList>& gro
         };
         ForEachFactor(mi, integrator_, 0, 0, 1, oneField, onePair);
         group.step = Identity(dim);
-        for (const Op& op : one.Ops()) ApplyToColumns(group.step, dim, op);
+        for (const Op& op : one.Ops()) ApplyToColumns(group.step, op);
       }
       DenseMatrix power = Identity(dim), base = group.step;
       for (std::int64_t e = count; e > 0; e >>= 1) {
@@ -256,10 +266,17 @@ void ProductFormula::FoldGroups(std::int64_t count, std::vector<FactorList>& gro
       }
       group.pending = Product(power, group.pending, dim);
     } else {
-      for (const Op& op : groupLists[g].Ops()) ApplyToColumns(group.pending, dim, op);
+      FlushGroupList(static_cast<int>(g), groupLists[g]);
     }
     group.dirty = true;
   }
+}
+
+// Multiplies a group's factors collected so far into its pending matrix and empties the
+// list.
+void ProductFormula::FlushGroupList(int g, FactorList& list) {
+  for (const Op& op : list.Ops()) ApplyToColumns(groups_[g].pending, op);
+  list.Clear();
 }
 
 bool ProductFormula::Open(std::int64_t k, std::int64_t l, std::int64_t count,
@@ -268,6 +285,12 @@ bool ProductFormula::Open(std::int64_t k, std::int64_t l, std::int64_t count,
   FactorList list(!literal_);
   const bool fixed = mi.StaticFields();
   std::vector<FactorList> groupLists(groups_.size(), FactorList(true));
+  // A group's factors go into its matrix a few dozen at a time, so that a long batch does
+  // not pile them up in memory.
+  auto addToGroup = [&](int g, auto&& add) {
+    add(groupLists[g]);
+    if (groupLists[g].Ops().size() >= kGroupFlush) FlushGroupList(g, groupLists[g]);
+  };
   // An idle qubit's two halves of a stage meet (nothing acts on it in between): one
   // rotation by the whole angle, taken with the first half. A folded group with static
   // fields takes its sub-step's matrix instead of its factors.
@@ -278,7 +301,7 @@ bool ProductFormula::Open(std::int64_t k, std::int64_t l, std::int64_t count,
     double hx, hy, hz;
     mi.FieldAt(q, mid, hx, hy, hz);
     if (g >= 0)
-      groupLists[g].Field(LocalBit(g, q - 1), hx, hy, hz, h / 2);
+      addToGroup(g, [&](FactorList& f) { f.Field(LocalBit(g, q - 1), hx, hy, hz, h / 2); });
     else
       (idle ? idle_ : list).Field(q - 1, hx, hy, hz, idle ? h : h / 2);
   };
@@ -288,7 +311,7 @@ bool ProductFormula::Open(std::int64_t k, std::int64_t l, std::int64_t count,
     if (g < 0)
       list.Pair(p, h / 2);
     else if (!fixed)
-      groupLists[g].Pair(Local(p, g), h / 2);
+      addToGroup(g, [&](FactorList& f) { f.Pair(Local(p, g), h / 2); });
   };
   ForEachFactor(mi, integrator_, k, l, count, field, pair);
   FoldGroups(count, groupLists);

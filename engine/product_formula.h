@@ -38,6 +38,9 @@ public:
   void Pair(const Coupling& c, double angle);
   std::vector<Op>& Ops() { return ops_; }
   bool Empty() const { return ops_.empty(); }
+  // Starts again from no factors (keeping the memory); nothing is merged into the factors
+  // taken before.
+  void Clear();
 
 private:
   struct Source {
@@ -89,6 +92,7 @@ private:
   Coupling Local(const Coupling& p, int g) const;
   int LocalBit(int g, int bit) const;
   void FoldGroups(std::int64_t count, std::vector<FactorList>& groupLists);
+  void FlushGroupList(int g, FactorList& list);
   std::size_t Pieces() const;
   // The groups' matrices gathered since they were last applied become plans, and the
   // groups start again from the identity.
