@@ -717,7 +717,7 @@ struct OpsPlan::Impl {
   std::size_t pieces = 0;
 };
 
-OpsPlan::OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits) {
+OpsPlan::OpsPlan(int qubits, std::vector<Op> ops, int tileBits) {
   tileBits = TileBitsFor(qubits, ops, tileBits);
   auto impl = std::make_shared<Impl>();
   impl->qubits = qubits;
@@ -725,9 +725,9 @@ OpsPlan::OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits) {
   if (ops.empty()) {
     // nothing to apply
   } else if (qubits <= tileBits) {
-    impl->ops = ops;
+    impl->ops = std::move(ops);
     impl->opsPerPiece = std::max<std::size_t>(1, (std::size_t{1} << kPieceBits) >> qubits);
-    impl->pieces = (ops.size() + impl->opsPerPiece - 1) / impl->opsPerPiece;
+    impl->pieces = (impl->ops.size() + impl->opsPerPiece - 1) / impl->opsPerPiece;
   } else {
     const u64 tiles = u64{1} << (qubits - tileBits);
     for (const Group& g : PlanGroups(qubits, ops, tileBits)) {
@@ -757,6 +757,14 @@ OpsPlan::OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits) {
 }
 
 std::size_t OpsPlan::Pieces() const { return impl_ ? impl_->pieces : 0; }
+
+std::vector<Op> OpsPlan::TakeOps() {
+  std::vector<Op> ops;
+  if (impl_ && impl_.use_count() == 1) ops = std::move(impl_->ops);
+  impl_.reset();
+  ops.clear();
+  return ops;
+}
 
 template <class For>
 void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece) const {

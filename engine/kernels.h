@@ -80,14 +80,17 @@ private:
 class OpsPlan {
 public:
   OpsPlan() = default;
-  OpsPlan(int qubits, const std::vector<Op>& ops, int tileBits = kChosenTile);
+  OpsPlan(int qubits, std::vector<Op> ops, int tileBits = kChosenTile);
+  // Ends the plan. A plan of one tile hands back its factor list, emptied, so that the next
+  // list can grow in memory already in use; any other gives an empty vector.
+  std::vector<Op> TakeOps();
   std::size_t Pieces() const;
   template <class For>
   void ApplyPiece(const For& policy, StateVector& psi, std::size_t piece) const;
 
 private:
   struct Impl;
-  std::shared_ptr<const Impl> impl_;
+  std::shared_ptr<Impl> impl_;
 };
 
 // Number of full sweeps ApplyOps makes for `ops` on n qubits (the benchmark's byte count).

@@ -149,7 +149,7 @@ std::vector<Op> SubStepFactors(const MiFile& mi, int integrator, std::int64_t k,
 
 ProductFormula::ProductFormula(const MiFile& mi, int integrator, int qubits, bool literal,
                                std::int64_t batchLimit)
-    : mi_(&mi), integrator_(integrator), qubits_(qubits), literal_(literal) {
+    : mi_(&mi), integrator_(integrator), qubits_(qubits), literal_(literal), list_(!literal) {
   // Sub-steps per batch: about kBatchWork amplitude updates (some 0.1 s), at most kBatchOps
   // factors, at least one. A call returns inside a batch when its time is up.
   // The idle qubits' rotations cost no sweep of their own, only their 2x2 products: at
@@ -282,7 +282,9 @@ void ProductFormula::FlushGroupList(int g, FactorList& list) {
 bool ProductFormula::Open(std::int64_t k, std::int64_t l, std::int64_t count,
                           bool endsInterval) {
   const MiFile& mi = *mi_;
-  FactorList list(!literal_);
+  FactorList& list = list_;
+  list.Clear();
+  if (!literal_) list.Ops() = plan_.TakeOps();
   const bool fixed = mi.StaticFields();
   std::vector<FactorList> groupLists(groups_.size(), FactorList(true));
   // A group's factors go into its matrix a few dozen at a time, so that a long batch does
@@ -329,7 +331,7 @@ bool ProductFormula::Open(std::int64_t k, std::int64_t l, std::int64_t count,
   if (literal_)
     literalOps_ = std::move(list.Ops());
   else
-    plan_ = OpsPlan(qubits_, list.Ops());
+    plan_ = OpsPlan(qubits_, std::move(list.Ops()));
   changes = changes || !literalOps_.empty() || plan_.Pieces() > 0;
   next_ = 0;
   pieces_ = Pieces();

@@ -114,6 +114,7 @@ private:
   bool open_ = false;
   std::vector<GroupPlan> groupPlans_;
   OpsPlan plan_;
+  FactorList list_;  // the batch's factors on the state; its memory is kept from batch to batch
   std::vector<Op> literalOps_;  // the reference: one full sweep per factor
   std::size_t next_ = 0, pieces_ = 0;
 };
