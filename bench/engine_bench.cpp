@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -56,13 +57,21 @@ std::vector<Op> ChainStep(int n, bool merge = true) {
   return SubStepFactors(ChainMi(n, 1), kSecondOrder, 0, 0, 1, merge);
 }
 
+// Allocates every state of a benchmark of n qubits; false (the benchmark skipped with an
+// error) when one does not fit.
+bool Allocate(benchmark::State& state, int n, std::initializer_list<StateVector*> states) {
+  for (StateVector* s : states)
+    if (!s->Allocate(n)) {
+      state.SkipWithError("cannot allocate the state");
+      return false;
+    }
+  return true;
+}
+
 void BM_IntermediateStep(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   StateVector psi;
-  if (!psi.Allocate(n)) {
-    state.SkipWithError("cannot allocate the state");
-    return;
-  }
+  if (!Allocate(state, n, {&psi})) return;
   SetRandom(Threads(), psi, 1);
   const auto ops = ChainStep(n);
   const int sweeps = SweepCount(n, ops);
@@ -84,10 +93,7 @@ void BM_BatchedSteps(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   constexpr int kSteps = 8;
   StateVector psi;
-  if (!psi.Allocate(n)) {
-    state.SkipWithError("cannot allocate the state");
-    return;
-  }
+  if (!Allocate(state, n, {&psi})) return;
   SetRandom(Threads(), psi, 1);
   const auto ops = SubStepFactors(ChainMi(n, kSteps), kSecondOrder, 0, 0, kSteps, true);
   const int sweeps = SweepCount(n, ops);
@@ -106,10 +112,7 @@ void BM_BatchedSteps(benchmark::State& state) {
 void BM_LiteralStep(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   StateVector psi;
-  if (!psi.Allocate(n)) {
-    state.SkipWithError("cannot allocate the state");
-    return;
-  }
+  if (!Allocate(state, n, {&psi})) return;
   SetRandom(Threads(), psi, 1);
   const auto ops = ChainStep(n, false);
   for (auto _ : state) {
@@ -125,10 +128,7 @@ void BM_LiteralStep(benchmark::State& state) {
 void BM_Measure(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   StateVector psi;
-  if (!psi.Allocate(n)) {
-    state.SkipWithError("cannot allocate the state");
-    return;
-  }
+  if (!Allocate(state, n, {&psi})) return;
   SetRandom(Threads(), psi, 1);
   for (auto _ : state) benchmark::DoNotOptimize(Measure(Threads(), psi));
 }
@@ -149,10 +149,7 @@ void CopyState(const StateVector& from, StateVector& to) {
 void BM_Copy(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   StateVector from, to;
-  if (!from.Allocate(n) || !to.Allocate(n)) {
-    state.SkipWithError("cannot allocate the state");
-    return;
-  }
+  if (!Allocate(state, n, {&from, &to})) return;
   SetRandom(Threads(), from, 1);
   for (auto _ : state) {
     CopyState(from, to);
@@ -170,10 +167,7 @@ void BM_Copy(benchmark::State& state) {
 void BM_MeasureVsCopy(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   StateVector psi, to;
-  if (!psi.Allocate(n) || !to.Allocate(n)) {
-    state.SkipWithError("cannot allocate the state");
-    return;
-  }
+  if (!Allocate(state, n, {&psi, &to})) return;
   SetRandom(Threads(), psi, 1);
   using Clock = std::chrono::steady_clock;
   double measureSeconds = 0, copySeconds = 0;
@@ -480,10 +474,7 @@ void BM_PeakFma(benchmark::State& state) {
 void BM_FactorsInCache(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   StateVector psi;
-  if (!psi.Allocate(n)) {
-    state.SkipWithError("cannot allocate the state");
-    return;
-  }
+  if (!Allocate(state, n, {&psi})) return;
   SetRandom(Threads(), psi, 1);
   const auto ops = ChainStep(n);
   for (auto _ : state) {
@@ -504,10 +495,7 @@ void BM_FactorsInCache(benchmark::State& state) {
 void BM_SubStepBounds(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   StateVector psi, from, to;
-  if (!psi.Allocate(n) || !from.Allocate(n) || !to.Allocate(n)) {
-    state.SkipWithError("cannot allocate the state");
-    return;
-  }
+  if (!Allocate(state, n, {&psi, &from, &to})) return;
   SetRandom(Threads(), psi, 1);
   SetRandom(Threads(), from, 2);
   const auto ops = ChainStep(n);
