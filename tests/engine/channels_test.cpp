@@ -114,11 +114,7 @@ std::vector<std::string> FileRecords(const RunDir& dir, const char* file) {
 }
 
 TEST_F(Channels, TraceHoldsTheOutputFilesRecordsAcrossBreakpointsAndNestedPrograms) {
-  MiText up;
-  up.qubits = 2;
-  up.fieldSteps = 0;
-  up.initial = "SPIN UP";
-  dir.write("INITIALIZE.MI", up.Text());
+  dir.write("INITIALIZE.MI", InitMi(2).Text());
   dir.write("rx.MI", Rotation(1, 0, kPi / 3, 7, 3).Text());
   dir.write("ry.MI", Rotation(2, 1, kPi / 5, 4, 2).Text());
   MiText zero = Rotation(1, 2, 0, 1, 1);

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <complex>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <tuple>
@@ -98,6 +99,19 @@ struct MiText {
     return t;
   }
 };
+
+// An MI that only sets the initial state ("SPIN UP", "SPIN DOWN", "RANDOM" with `seed`, ...)
+// of a register of `qubits`, with no evolution.
+inline MiText InitMi(int qubits, const std::string& state = "SPIN UP", unsigned long seed = 1) {
+  MiText m;
+  m.qubits = qubits;
+  m.fieldSteps = 0;
+  m.intermediateSteps = 0;
+  m.timeStep = 0;
+  m.initial = state;
+  m.seed = seed;
+  return m;
+}
 
 // "!Quantum program" header and one line per entry.
 inline std::string ProgramText(const std::vector<std::string>& lines) {
@@ -207,6 +221,18 @@ inline Vector StateOf(const Simulator& sim) {
   Vector v(static_cast<Eigen::Index>(s->Size()));
   for (std::uint64_t i = 0; i < s->Size(); ++i) v[static_cast<Eigen::Index>(i)] = s->Get(i);
   return v;
+}
+
+// Two runs end with the same state and the same reported values, to the last bit.
+inline void ExpectSameBits(const Vector& a, const CallArgs& lastA, const Vector& b,
+                           const CallArgs& lastB, int qubits) {
+  ASSERT_EQ(a.size(), b.size());
+  EXPECT_EQ(std::memcmp(a.data(), b.data(), static_cast<std::size_t>(a.size()) * sizeof(Amp)), 0);
+  for (int q = 0; q < qubits; ++q) {
+    EXPECT_EQ(lastA.x[q], lastB.x[q]) << q;
+    EXPECT_EQ(lastA.y[q], lastB.y[q]) << q;
+    EXPECT_EQ(lastA.z[q], lastB.z[q]) << q;
+  }
 }
 
 } // namespace orvex::engine::test

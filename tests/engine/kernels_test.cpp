@@ -239,15 +239,7 @@ SimRun RunChain(unsigned threads) {
 TEST_P(ThreadCounts, ARunThroughTheSimulatorGivesTheBitsOfOneThread) {
   static const SimRun one = RunChain(1);
   const SimRun many = RunChain(GetParam());
-  ASSERT_EQ(one.state.size(), many.state.size());
-  EXPECT_EQ(std::memcmp(one.state.data(), many.state.data(),
-                        static_cast<std::size_t>(one.state.size()) * sizeof(Amp)),
-            0);
-  for (int q = 0; q < kSplitQubits; ++q) {
-    EXPECT_EQ(one.last.x[q], many.last.x[q]) << q;
-    EXPECT_EQ(one.last.y[q], many.last.y[q]) << q;
-    EXPECT_EQ(one.last.z[q], many.last.z[q]) << q;
-  }
+  ExpectSameBits(one.state, one.last, many.state, many.last, kSplitQubits);
 }
 
 TEST(Factors, FieldFactorIsTheExponentialOfTheField) {

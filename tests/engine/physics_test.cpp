@@ -14,16 +14,6 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 enum { Hx0, Hx1, Wx, Hy0, Hy1, Wy, Hz0, Hz1, Wz, Px, Py, Pz };
 
-MiText Init(int qubits, const std::string& state = "SPIN UP") {
-  MiText m;
-  m.qubits = qubits;
-  m.fieldSteps = 0;
-  m.intermediateSteps = 0;
-  m.timeStep = 0;
-  m.initial = state;
-  return m;
-}
-
 // Rotation of qubit q by `angle` about y (|0> to |+> for pi/2).
 MiText RotateY(int qubits, int q, double angle) {
   MiText m;
@@ -59,7 +49,7 @@ TEST(Physics, RabiRotationAboutX) {
     rabi.intermediateSteps = 3;
     rabi.timeStep = t / 4;
     Session r;
-    r.Go({Init(1), rabi});
+    r.Go({InitMi(1), rabi});
     EXPECT_NEAR(r.args.z[0], std::pow(std::sin(h * t / 2), 2), 1e-12) << t;
     EXPECT_NEAR(r.args.y[0], (1 - std::sin(h * t)) / 2, 1e-12) << t;
     EXPECT_NEAR(r.args.x[0], 0.5, 1e-12) << t;
@@ -72,7 +62,7 @@ TEST(Physics, PrecessionUnderAZField) {
   precess.Field(1, Hz0, hz);
   precess.timeStep = t;
   Session r;
-  r.Go({Init(1), RotateY(1, 1, kPi / 2), precess});
+  r.Go({InitMi(1), RotateY(1, 1, kPi / 2), precess});
   EXPECT_NEAR(r.args.x[0], (1 - std::cos(hz * t)) / 2, 1e-12);
   EXPECT_NEAR(r.args.y[0], (1 + std::sin(hz * t)) / 2, 1e-12);
   EXPECT_NEAR(r.args.z[0], 0.5, 1e-12);
@@ -89,7 +79,7 @@ TEST(Physics, IsotropicCouplingExchangesTheQubits) {
     exchange.Pair(1, 2, j, j, j);
     exchange.timeStep = t;
     Session r;
-    r.Go({Init(2), flip, exchange});
+    r.Go({InitMi(2), flip, exchange});
     EXPECT_NEAR(r.args.z[0], std::pow(std::cos(j * t / 2), 2), 1e-12) << t;
     EXPECT_NEAR(r.args.z[1], std::pow(std::sin(j * t / 2), 2), 1e-12) << t;
   }
@@ -102,7 +92,7 @@ TEST(Physics, IsingCouplingGivesTheZZPhase) {
   zz.Pair(1, 2, 0, 0, jz);
   zz.timeStep = t;
   Session r;
-  r.Go({Init(2), RotateY(2, 1, kPi / 2), RotateY(2, 2, kPi / 2), zz});
+  r.Go({InitMi(2), RotateY(2, 1, kPi / 2), RotateY(2, 2, kPi / 2), zz});
   for (int q = 0; q < 2; ++q) {
     EXPECT_NEAR(r.args.x[q], (1 - std::cos(jz * t / 2)) / 2, 1e-12);
     EXPECT_NEAR(r.args.y[q], 0.5, 1e-12);
@@ -120,12 +110,12 @@ TEST(Physics, ResonantOscillatingFieldFlipsTheSpin) {
   drive.intermediateSteps = 64;
   drive.timeStep = t / 100;
   Session r;
-  r.Go({Init(1), drive});
+  r.Go({InitMi(1), drive});
   EXPECT_GT(r.args.z[0], 0.99);
   // Half the time: on the equator.
   drive.timeStep = t / 200;
   Session half;
-  half.Go({Init(1), drive});
+  half.Go({InitMi(1), drive});
   EXPECT_NEAR(half.args.z[0], 0.5, 0.02);
 }
 
@@ -150,7 +140,7 @@ MiText RandomStatic(int n, unsigned seed, double t, long steps) {
 double ErrorAgainst(const MiText& mi, int n, const std::function<Vector(const Vector&)>& exact,
                     int integrator = kSecondOrder) {
   RunDir dir;
-  MiText init = Init(n, "RANDOM");
+  MiText init = InitMi(n, "RANDOM");
   init.seed = 4242;
   dir.write("init.MI", init.Text());
   dir.write("evolve.MI", mi.Text());
@@ -279,7 +269,7 @@ TEST(SecondOrder, MergedFactorsAndTiledSweepsReproduceTheLiteralFormula) {
     chain.fieldSteps = 2;
     chain.intermediateSteps = 5;
     chain.timeStep = 0.5;
-    MiText init = Init(n, "RANDOM");
+    MiText init = InitMi(n, "RANDOM");
     std::vector<Vector> results;
     for (bool literal : {true, false}) {
       RunDir dir;
@@ -306,7 +296,7 @@ struct Reported {
 Reported RunReporting(const MiText& mi, int integrator, int granularity,
                       const std::function<void(Simulator&)>& setup) {
   RunDir dir;
-  MiText init = Init(mi.qubits, "RANDOM");
+  MiText init = InitMi(mi.qubits, "RANDOM");
   init.seed = 77;
   dir.write("init.MI", init.Text());
   dir.write("mi.MI", mi.Text());
@@ -475,7 +465,7 @@ TEST(InitialStates, GroundStateIsTheLowestEigenvectorWithAPositiveLargestAmplitu
 
 TEST(InitialStates, RandomStateDependsOnTheSeedOnly) {
   auto draw = [](unsigned long seed) {
-    MiText init = Init(4, "RANDOM");
+    MiText init = InitMi(4, "RANDOM");
     init.seed = seed;
     Session r;
     r.Go({init});
@@ -491,13 +481,13 @@ TEST(InitialStates, RandomStateDependsOnTheSeedOnly) {
 
 TEST(InitialStates, SpinDownAndSpinUp) {
   Session down;
-  down.Go({Init(3, "SPIN DOWN")});
+  down.Go({InitMi(3, "SPIN DOWN")});
   for (int q = 0; q < 3; ++q) {
     EXPECT_DOUBLE_EQ(down.args.z[q], 1.0);
     EXPECT_DOUBLE_EQ(down.args.x[q], 0.5);
   }
   Session up;
-  up.Go({Init(3, "SPIN DOWN"), Init(3, "SPIN UP")});
+  up.Go({InitMi(3, "SPIN DOWN"), InitMi(3, "SPIN UP")});
   for (int q = 0; q < 3; ++q) EXPECT_DOUBLE_EQ(up.args.z[q], 0.0);
 }
 

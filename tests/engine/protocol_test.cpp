@@ -38,20 +38,10 @@ MiText RotX(double angle, long main = 1, long sub = 1, int qubits = 2) {
   return m;
 }
 
-MiText Up(int qubits = 2) {
-  MiText m;
-  m.qubits = qubits;
-  m.fieldSteps = 0;
-  m.intermediateSteps = 0;
-  m.timeStep = 0;
-  m.initial = "SPIN UP";
-  return m;
-}
-
 class Protocol : public ::testing::Test {
 protected:
   void SetUp() override {
-    dir.write("INITIALIZE.MI", Up().Text());
+    dir.write("INITIALIZE.MI", InitMi(2).Text());
     dir.write("half.MI", RotX(kPi / 2).Text());      // Qz of qubit 1 by sin^2(pi/4) = 0.5
     dir.write("quarter.MI", RotX(kPi / 4).Text());
     dir.write("steps.MI", RotX(kPi, 3, 2).Text());  // 3 main steps of 2 intermediate
@@ -144,7 +134,7 @@ TEST_F(Protocol, StepByIntermediateStep) {
 TEST_F(Protocol, NestedProgramsThroughRedirectsResolvedInAncestors) {
   // The run directory is app/progs; "@progs\sub\inner.kvp" resolves from app/.
   RunDir app;
-  app.write("progs/INITIALIZE.MI", Up().Text());
+  app.write("progs/INITIALIZE.MI", InitMi(2).Text());
   app.write("progs/HALF.MI", RotX(kPi / 2).Text());
   app.write("progs/Sub/Inner.KVP", ProgramText({"@half.mi", "!BREAKPOINT", "@Half.MI"}));
   app.write("progs/outer.kvp", ProgramText({"@initialize.mi", "@inner.MP", "@half.MI"}));
@@ -278,7 +268,7 @@ TEST_F(Protocol, StepsThatRunOutOfTimeReturnEarlyAndFinishWithTheSameBits) {
   group.intermediateSteps = 6;
   group.timeStep = 0.5;
   for (const MiText* mi : {&chain, &group}) {
-    dir.write("init.MI", Up(mi->qubits).Text());
+    dir.write("init.MI", InitMi(mi->qubits).Text());
     dir.write("chain.MI", mi->Text());
     dir.write("test.kvp", ProgramText({"@init.MI", "@chain.MI", "!BREAKPOINT", "@chain.MI"}));
     for (int granularity : {0, -1, 1}) {
@@ -404,7 +394,7 @@ TEST_F(Protocol, OutputFilesHoldOneLinePerMainStepAndInitialState) {
   a = RunToEnd(sim, "test.kvp", true);
   EXPECT_EQ(Lines(dir.read("qubit01.out")).size(), 6u);
   RunDir other;
-  other.write("INITIALIZE.MI", Up().Text());
+  other.write("INITIALIZE.MI", InitMi(2).Text());
   other.write("test.kvp", ProgramText({"@INITIALIZE.MI"}));
   ASSERT_EQ(RunToEnd(sim, "test.kvp", false).status, 0);
   EXPECT_FALSE(other.exists("qubit01.out"));
@@ -455,7 +445,7 @@ TEST(Kv3dllEntry, RunsAProgramAcrossCallsAndResets) {
   ASSERT_NE(entry, nullptr);
   {
     RunDir dir;
-    dir.write("INITIALIZE.MI", Up().Text());
+    dir.write("INITIALIZE.MI", InitMi(2).Text());
     dir.write("rot.MI", RotX(kPi / 2).Text());
     dir.write("prog.kvp", ProgramText({"@INITIALIZE.MI", "@rot.MI", "!BREAKPOINT", "@rot.MI"}));
     std::int32_t status = 0, progress = 1, runMode = 0, noOutput = 1, entryWord = -1;

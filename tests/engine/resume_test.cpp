@@ -27,17 +27,6 @@ MiText Chain() {
   return mi;
 }
 
-MiText RandomState() {
-  MiText mi;
-  mi.qubits = kQubits;
-  mi.fieldSteps = 0;
-  mi.intermediateSteps = 0;
-  mi.timeStep = 0;
-  mi.initial = "RANDOM";
-  mi.seed = 3;
-  return mi;
-}
-
 struct Outcome {
   Vector state;
   CallArgs last;
@@ -49,7 +38,7 @@ struct Outcome {
 Outcome RunProgram(const std::string& program, unsigned threads, bool hurried) {
   RunDir dir;
   dir.write("chain.MI", Chain().Text());
-  dir.write("random.MI", RandomState().Text());
+  dir.write("random.MI", InitMi(kQubits, "RANDOM", 3).Text());
   dir.write("test.kvp", program);
   Simulator sim(threads);
   sim.SetReturnInterval(hurried ? std::chrono::microseconds(0) : std::chrono::hours(1));
@@ -79,15 +68,7 @@ TEST(Resume, ARunCutAtEveryPointEndsWithTheBitsOfAnUncutRun) {
   EXPECT_TRUE(whole.stateAfterFirstCall);
   EXPECT_FALSE(cut.stateAfterFirstCall);
   EXPECT_GT(cut.calls, whole.calls);
-  ASSERT_EQ(whole.state.size(), cut.state.size());
-  EXPECT_EQ(std::memcmp(whole.state.data(), cut.state.data(),
-                        static_cast<std::size_t>(whole.state.size()) * sizeof(Amp)),
-            0);
-  for (int q = 0; q < kQubits; ++q) {
-    EXPECT_EQ(whole.last.x[q], cut.last.x[q]) << q;
-    EXPECT_EQ(whole.last.y[q], cut.last.y[q]) << q;
-    EXPECT_EQ(whole.last.z[q], cut.last.z[q]) << q;
-  }
+  ExpectSameBits(whole.state, whole.last, cut.state, cut.last, kQubits);
   // Every record written along the way, from measurements cut into pieces, is the same.
   EXPECT_FALSE(whole.outputs.empty());
   EXPECT_EQ(whole.outputs, cut.outputs);
