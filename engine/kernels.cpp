@@ -678,20 +678,30 @@ void ApplyLiteral(const For& policy, StateVector& psi, const Op& op) {
 }
 
 namespace {
-int TileBitsFor(int qubits, const std::vector<Op>& ops, int tileBits) {
-  if (tileBits != kChosenTile) return tileBits;
-  if (qubits <= kTileBits + 1) return kTileBits;
-  const auto narrow = PlanGroups(qubits, ops, kTileBits).size();
-  const auto wide = PlanGroups(qubits, ops, kTileBits + 1).size();
-  return wide < narrow ? kTileBits + 1 : kTileBits;
+// The tile size (`tileBits`, or chosen: see kChosenTile) and, for a register larger than one
+// tile, the sweeps' groups planned for it.
+struct TilePlan {
+  int tileBits;
+  std::vector<Group> groups;
+};
+
+TilePlan PlanTiles(int qubits, const std::vector<Op>& ops, int tileBits) {
+  if (tileBits == kChosenTile && qubits > kTileBits + 1) {
+    auto narrow = PlanGroups(qubits, ops, kTileBits);
+    auto wide = PlanGroups(qubits, ops, kTileBits + 1);
+    if (wide.size() < narrow.size()) return {kTileBits + 1, std::move(wide)};
+    return {kTileBits, std::move(narrow)};
+  }
+  if (tileBits == kChosenTile) tileBits = kTileBits;
+  if (qubits <= tileBits) return {tileBits, {}};
+  return {tileBits, PlanGroups(qubits, ops, tileBits)};
 }
 } // namespace
 
 int SweepCount(int qubits, const std::vector<Op>& ops, int tileBits) {
   if (ops.empty()) return 0;
-  tileBits = TileBitsFor(qubits, ops, tileBits);
-  if (qubits <= tileBits) return 1;
-  return static_cast<int>(PlanGroups(qubits, ops, tileBits).size());
+  const TilePlan plan = PlanTiles(qubits, ops, tileBits);
+  return qubits <= plan.tileBits ? 1 : static_cast<int>(plan.groups.size());
 }
 
 namespace {
@@ -718,7 +728,8 @@ struct OpsPlan::Impl {
 };
 
 OpsPlan::OpsPlan(int qubits, std::vector<Op> ops, int tileBits) {
-  tileBits = TileBitsFor(qubits, ops, tileBits);
+  const TilePlan planned = PlanTiles(qubits, ops, tileBits);
+  tileBits = planned.tileBits;
   auto impl = std::make_shared<Impl>();
   impl->qubits = qubits;
   impl->tileBits = tileBits;
@@ -730,7 +741,7 @@ OpsPlan::OpsPlan(int qubits, std::vector<Op> ops, int tileBits) {
     impl->pieces = (impl->ops.size() + impl->opsPerPiece - 1) / impl->opsPerPiece;
   } else {
     const u64 tiles = u64{1} << (qubits - tileBits);
-    for (const Group& g : PlanGroups(qubits, ops, tileBits)) {
+    for (const Group& g : planned.groups) {
       Impl::Sweep sweep{MakeTile(qubits, g.bits), {}};
       for (const Op* op : g.ops) {
         Op l = *op;
