@@ -486,6 +486,21 @@ void BM_FactorsInCache(benchmark::State& state) {
       benchmark::Counter(fmas / 1e9, benchmark::Counter::kIsIterationInvariantRate);
 }
 
+// The measurement's own rate: a register small enough to be one block in one core's cache,
+// measured on the calling thread, in multiply-adds per second of its pair sums (sx and sy
+// are four multiply-adds per pair and qubit, two per amplitude). Compare with BM_PeakFma's
+// one-thread rate.
+void BM_MeasureInCache(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  StateVector psi;
+  if (!Allocate(state, n, {&psi})) return;
+  SetRandom(Threads(), psi, 1);
+  for (auto _ : state) benchmark::DoNotOptimize(Measure(SequentialFor(), psi));
+  const double fmas = 2.0 * n * static_cast<double>(psi.Size());
+  state.counters["GFMA/s"] =
+      benchmark::Counter(fmas / 1e9, benchmark::Counter::kIsIterationInvariantRate);
+}
+
 // One second-order sub-step of the chain (ChainStep) beside its two lower bounds: the
 // compute bound, the factors' multiply-adds at the measured peak rate (a 2x2 complex factor
 // on an amplitude pair is 16 multiply-adds of real numbers, 8 per amplitude and factor), and
@@ -621,6 +636,7 @@ BENCHMARK(BM_MeasureVsCopy)->DenseRange(12, 26, 2)->Unit(benchmark::kMillisecond
 BENCHMARK(BM_ChainCallTimes)->Arg(22)->Arg(26)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_PeakFma)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_FactorsInCache)->DenseRange(10, 14, 2);
+BENCHMARK(BM_MeasureInCache)->DenseRange(10, 16, 3);
 BENCHMARK(BM_SubStepBounds)->DenseRange(16, 24, 2)->Unit(benchmark::kMillisecond)->UseManualTime();
 BENCHMARK(BM_PulseSteps)
     ->ArgsProduct({{20}, {0, 1, 2, 4, 5}})

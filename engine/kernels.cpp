@@ -57,7 +57,6 @@ typedef double V4 __attribute__((vector_size(4 * sizeof(double))));
 inline void Load4(V4& v, const double* p) { std::memcpy(&v, p, sizeof v); }
 inline void Store4(double* p, const V4& v) { std::memcpy(p, &v, sizeof v); }
 
-inline double Sum4(const V4& v) { return (v[0] + v[1]) + (v[2] + v[3]); }
 
 #if defined(__clang__)
 #define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shufflevector(a, b, i, j, k, l)
@@ -274,65 +273,13 @@ void BlockOps(double* re, double* im, u64 size, const Op* first, const Op* last)
   }
 }
 
-// Partial sums of a block for its local bits lo..hi-1, written to out[3 (b - lo) + 0..2]:
-// sx + i sy = sum over bit b clear of conj(a0) a1, and s0 = sum over bit b clear of |a0|^2
-// (the z sum is 2 s0 minus the block's norm). Every loop keeps four independent partial
-// sums (lanes), so it vectorises without reassociating anything: the bits depend on the
+// Partial sums of a block for its local bits, three per bit b: sx + i sy = sum over bit b
+// clear of conj(a0) a1, and s0 = sum over bit b clear of |a0|^2 (the z sum is 2 s0 minus the
+// block's norm). The passes over pairs make only sx and sy; the s0 of every bit come from
+// the norms of groups of amplitudes added level by level (NormLevels), a few additions per
+// group instead of a norm per pair and bit. Every loop keeps its own partial sums in lanes
+// and accumulators, so it vectorises without reassociating anything: the bits depend on the
 // block alone.
-constexpr int kLanes = 4;
-
-inline double LaneSum(const double* l) { return (l[0] + l[1]) + (l[2] + l[3]); }
-
-ORVEX_KERNEL double BlockNorm(const double* __restrict re, const double* __restrict im,
-                              u64 size) {
-  if (size < kLanes) {
-    double n = 0;
-    for (u64 i = 0; i < size; ++i) n += re[i] * re[i] + im[i] * im[i];
-    return n;
-  }
-  double n[kLanes] = {};
-  for (u64 i = 0; i < size; i += kLanes)
-    for (int j = 0; j < kLanes; ++j) n[j] += re[i + j] * re[i + j] + im[i + j] * im[i + j];
-  return LaneSum(n);
-}
-
-
-// One bit whose partner lies `s` amplitudes further (s >= 4): eight lanes in two vectors
-// where the runs allow (s >= 8), so two independent chains of additions overlap.
-ORVEX_KERNEL void BlockBlochWide(const double* __restrict re, const double* __restrict im,
-                                 u64 size, u64 s, double* out) {
-  V4 x0 = {}, y0 = {}, z0 = {}, x1 = {}, y1 = {}, z1 = {};
-  auto add = [](const double* r0, const double* i0, const double* r1, const double* i1,
-                V4& x, V4& y, V4& z) {
-    V4 ar, ai, br, bi;
-    Load4(ar, r0);
-    Load4(ai, i0);
-    Load4(br, r1);
-    Load4(bi, i1);
-    x += ar * br + ai * bi;
-    y += ar * bi - ai * br;
-    z += ar * ar + ai * ai;
-  };
-  for (u64 base = 0; base < size; base += 2 * s) {
-    const double* r0 = re + base;
-    const double* i0 = im + base;
-    const double* r1 = re + base + s;
-    const double* i1 = im + base + s;
-    if (s == 4) {
-      add(r0, i0, r1, i1, x0, y0, z0);
-      continue;
-    }
-    for (u64 k = 0; k < s; k += 8) {
-      add(r0 + k, i0 + k, r1 + k, i1 + k, x0, y0, z0);
-      add(r0 + k + 4, i0 + k + 4, r1 + k + 4, i1 + k + 4, x1, y1, z1);
-    }
-  }
-  out[0] = Sum4(x0) + Sum4(x1);
-  out[1] = Sum4(y0) + Sum4(y1);
-  out[2] = Sum4(z0) + Sum4(z1);
-}
-
-// Eight doubles: the engine's widest vectors (two of four where the machine has no wider).
 typedef double V8 __attribute__((vector_size(8 * sizeof(double))));
 
 template <class V>
@@ -347,107 +294,147 @@ inline double SumV(const V& v) {
     for (int k = 0; k < w / 2; ++k) lanes[k] = lanes[2 * k] + lanes[2 * k + 1];
   return lanes[0];
 }
+inline double SumV(double v) { return v; }
+
+// One bit whose partner lies `s` amplitudes further (s at least the width of V), in one
+// flat loop over the positions of the first run, with an accumulator per product.
+template <class V>
+__attribute__((always_inline)) inline void PairWide(const double* __restrict re,
+                                                    const double* __restrict im, u64 size,
+                                                    u64 s, double* out) {
+  constexpr u64 kWidth = sizeof(V) / sizeof(double);
+  V acc[4] = {};
+  for (u64 j = 0; j < size / 2; j += kWidth) {
+    const u64 k = (j & (s - 1)) | ((j & ~(s - 1)) << 1);
+    V ar, ai, br, bi;
+    LoadV(ar, re + k);
+    LoadV(ai, im + k);
+    LoadV(br, re + k + s);
+    LoadV(bi, im + k + s);
+    acc[0] += ar * br;
+    acc[1] += ai * bi;
+    acc[2] += ar * bi;
+    acc[3] -= ai * br;
+  }
+  out[0] = SumV(acc[0]) + SumV(acc[1]);
+  out[1] = SumV(acc[2]) + SumV(acc[3]);
+}
+
+ORVEX_KERNEL void BlockPairWide(const double* re, const double* im, u64 size, u64 s,
+                                double* out) {
+  if (s >= 8)
+    PairWide<V8>(re, im, size, s, out);
+  else
+    PairWide<V4>(re, im, size, s, out);
+}
 
 // Two neighbouring bits b, b + 1 (partners s and 2s further, s at least the width of V) in
 // one pass: each group of four runs A, B, C, D holds the pairs (A, B), (C, D) of bit b and
-// (A, C), (B, D) of bit b + 1, so the block is read once for both. Every sum is a chain of
-// multiply-adds into accumulators of its own (two per sum, so the chains overlap), and the z
-// sums come from the norms of A, B and C. out[0..2] for bit b, out[3..5] for b + 1.
+// (A, C), (B, D) of bit b + 1, so the block is read once for both. The positions in A are
+// taken in one flat loop (short runs cost no loop of their own), and each of the sixteen
+// products goes into an accumulator of its own, so no chain of additions waits on another.
+// out[0..1] for bit b, out[3..4] for b + 1.
 template <class V>
-__attribute__((always_inline)) inline void BlochWide2(const double* __restrict re,
-                                                      const double* __restrict im, u64 size,
-                                                      u64 s, double* out) {
+__attribute__((always_inline)) inline void PairWide2(const double* __restrict re,
+                                                     const double* __restrict im, u64 size,
+                                                     u64 s, double* out) {
   constexpr u64 kWidth = sizeof(V) / sizeof(double);
-  V xb0 = {}, xb1 = {}, yb0 = {}, yb1 = {}, xc0 = {}, xc1 = {}, yc0 = {}, yc1 = {};
-  V na = {}, nb = {}, nc = {};
-  for (u64 base = 0; base < size; base += 4 * s)
-    for (u64 k = base; k < base + s; k += kWidth) {
-      V ar, ai, br, bi, cr, ci, dr, di;
-      LoadV(ar, re + k);
-      LoadV(ai, im + k);
-      LoadV(br, re + k + s);
-      LoadV(bi, im + k + s);
-      LoadV(cr, re + k + 2 * s);
-      LoadV(ci, im + k + 2 * s);
-      LoadV(dr, re + k + 3 * s);
-      LoadV(di, im + k + 3 * s);
-      xb0 += ar * br;
-      xb1 += ai * bi;
-      xb0 += cr * dr;
-      xb1 += ci * di;
-      yb0 += ar * bi;
-      yb1 -= ai * br;
-      yb0 += cr * di;
-      yb1 -= ci * dr;
-      xc0 += ar * cr;
-      xc1 += ai * ci;
-      xc0 += br * dr;
-      xc1 += bi * di;
-      yc0 += ar * ci;
-      yc1 -= ai * cr;
-      yc0 += br * di;
-      yc1 -= bi * dr;
-      na += ar * ar;
-      na += ai * ai;
-      nb += br * br;
-      nb += bi * bi;
-      nc += cr * cr;
-      nc += ci * ci;
-    }
-  out[0] = SumV(xb0) + SumV(xb1);
-  out[1] = SumV(yb0) + SumV(yb1);
-  out[2] = SumV(na) + SumV(nc);
-  out[3] = SumV(xc0) + SumV(xc1);
-  out[4] = SumV(yc0) + SumV(yc1);
-  out[5] = SumV(na) + SumV(nb);
-}
-
-ORVEX_KERNEL void BlockBlochWide2(const double* re, const double* im, u64 size, u64 s,
-                                  double* out) {
-  if (s >= 8)
-    BlochWide2<V8>(re, im, size, s, out);
-  else
-    BlochWide2<V4>(re, im, size, s, out);
-}
-
-// Bits 0 and 1 (partners closer than a vector) in one pass: each group of eight amplitudes
-// holds four pairs of either bit, sorted into lanes by shuffles. out[0..2] for bit 0,
-// out[3..5] for bit 1, out[6] the block's norm.
-ORVEX_KERNEL void BlockBlochNarrow(const double* __restrict re, const double* __restrict im,
-                                   u64 size, double* out) {
-  V4 x0 = {}, y0 = {}, z0 = {}, x1 = {}, y1 = {}, z1 = {}, n1 = {};
-  for (u64 g = 0; g < size; g += 8) {
-    V4 ra, rb, ia, ib;
-    Load4(ra, re + g);
-    Load4(rb, re + g + 4);
-    Load4(ia, im + g);
-    Load4(ib, im + g + 4);
-    {
-      const V4 ar = ORVEX_SHUFFLE(ra, rb, 0, 2, 4, 6), br = ORVEX_SHUFFLE(ra, rb, 1, 3, 5, 7);
-      const V4 ai = ORVEX_SHUFFLE(ia, ib, 0, 2, 4, 6), bi = ORVEX_SHUFFLE(ia, ib, 1, 3, 5, 7);
-      x0 += ar * br + ai * bi;
-      y0 += ar * bi - ai * br;
-      z0 += ar * ar + ai * ai;
-      n1 += br * br + bi * bi;
-    }
-    {
-      const V4 ar = ORVEX_SHUFFLE(ra, rb, 0, 1, 4, 5), br = ORVEX_SHUFFLE(ra, rb, 2, 3, 6, 7);
-      const V4 ai = ORVEX_SHUFFLE(ia, ib, 0, 1, 4, 5), bi = ORVEX_SHUFFLE(ia, ib, 2, 3, 6, 7);
-      x1 += ar * br + ai * bi;
-      y1 += ar * bi - ai * br;
-      z1 += ar * ar + ai * ai;
-    }
+  V acc[16] = {};
+  for (u64 j = 0; j < size / 4; j += kWidth) {
+    const u64 k = (j & (s - 1)) | ((j & ~(s - 1)) << 2);
+    V ar, ai, br, bi, cr, ci, dr, di;
+    LoadV(ar, re + k);
+    LoadV(ai, im + k);
+    LoadV(br, re + k + s);
+    LoadV(bi, im + k + s);
+    LoadV(cr, re + k + 2 * s);
+    LoadV(ci, im + k + 2 * s);
+    LoadV(dr, re + k + 3 * s);
+    LoadV(di, im + k + 3 * s);
+    acc[0] += ar * br;
+    acc[1] += ai * bi;
+    acc[2] += cr * dr;
+    acc[3] += ci * di;
+    acc[4] += ar * bi;
+    acc[5] -= ai * br;
+    acc[6] += cr * di;
+    acc[7] -= ci * dr;
+    acc[8] += ar * cr;
+    acc[9] += ai * ci;
+    acc[10] += br * dr;
+    acc[11] += bi * di;
+    acc[12] += ar * ci;
+    acc[13] -= ai * cr;
+    acc[14] += br * di;
+    acc[15] -= bi * dr;
   }
-  out[0] = Sum4(x0);
-  out[1] = Sum4(y0);
-  out[2] = Sum4(z0);
-  out[3] = Sum4(x1);
-  out[4] = Sum4(y1);
-  out[5] = Sum4(z1);
-  out[6] = Sum4(z0) + Sum4(n1);
+  const int slot[4] = {0, 1, 3, 4};
+  for (int q = 0; q < 4; ++q)
+    out[slot[q]] = (SumV(acc[4 * q]) + SumV(acc[4 * q + 1])) +
+                   (SumV(acc[4 * q + 2]) + SumV(acc[4 * q + 3]));
 }
 
-// Blocks of fewer than eight amplitudes (registers of one or two qubits).
+ORVEX_KERNEL void BlockPairWide2(const double* re, const double* im, u64 size, u64 s,
+                                 double* out) {
+  if (s >= 8)
+    PairWide2<V8>(re, im, size, s, out);
+  else
+    PairWide2<V4>(re, im, size, s, out);
+}
+
+#if defined(__clang__)
+#define ORVEX_SHUFFLE8(a, b, ...) __builtin_shufflevector(a, b, __VA_ARGS__)
+#else
+typedef long long V8i __attribute__((vector_size(8 * sizeof(long long))));
+#define ORVEX_SHUFFLE8(a, b, ...) __builtin_shuffle(a, b, (V8i){__VA_ARGS__})
+#endif
+
+// Bits 0, 1 and 2 (partners closer than a vector of eight) in one pass: each group of
+// sixteen amplitudes holds eight pairs of each bit, sorted into lanes by shuffles.
+// out[3 b + 0..1] for b = 0, 1, 2 and out[2] the s0 of bit 0; norms[g] the norms of group
+// g's pairs of neighbours (lane k: amplitudes 2k and 2k + 1).
+ORVEX_KERNEL void BlockPairNarrow(const double* __restrict re, const double* __restrict im,
+                                  u64 size, double* out, V8* __restrict norms) {
+  V8 x0 = {}, y0 = {}, z0 = {}, x1 = {}, y1 = {}, x2 = {}, y2 = {};
+  auto add = [](const V8& ar, const V8& ai, const V8& br, const V8& bi, V8& x, V8& y) {
+    x += ar * br + ai * bi;
+    y += ar * bi - ai * br;
+  };
+  for (u64 g = 0; g < size; g += 16) {
+    V8 ra, rb, ia, ib;
+    LoadV(ra, re + g);
+    LoadV(rb, re + g + 8);
+    LoadV(ia, im + g);
+    LoadV(ib, im + g + 8);
+    {
+      const V8 ar = ORVEX_SHUFFLE8(ra, rb, 0, 2, 4, 6, 8, 10, 12, 14);
+      const V8 br = ORVEX_SHUFFLE8(ra, rb, 1, 3, 5, 7, 9, 11, 13, 15);
+      const V8 ai = ORVEX_SHUFFLE8(ia, ib, 0, 2, 4, 6, 8, 10, 12, 14);
+      const V8 bi = ORVEX_SHUFFLE8(ia, ib, 1, 3, 5, 7, 9, 11, 13, 15);
+      add(ar, ai, br, bi, x0, y0);
+      const V8 na = ar * ar + ai * ai;
+      z0 += na;
+      norms[g / 16] = na + (br * br + bi * bi);
+    }
+    add(ORVEX_SHUFFLE8(ra, rb, 0, 1, 4, 5, 8, 9, 12, 13),
+        ORVEX_SHUFFLE8(ia, ib, 0, 1, 4, 5, 8, 9, 12, 13),
+        ORVEX_SHUFFLE8(ra, rb, 2, 3, 6, 7, 10, 11, 14, 15),
+        ORVEX_SHUFFLE8(ia, ib, 2, 3, 6, 7, 10, 11, 14, 15), x1, y1);
+    add(ORVEX_SHUFFLE8(ra, rb, 0, 1, 2, 3, 8, 9, 10, 11),
+        ORVEX_SHUFFLE8(ia, ib, 0, 1, 2, 3, 8, 9, 10, 11),
+        ORVEX_SHUFFLE8(ra, rb, 4, 5, 6, 7, 12, 13, 14, 15),
+        ORVEX_SHUFFLE8(ia, ib, 4, 5, 6, 7, 12, 13, 14, 15), x2, y2);
+  }
+  out[0] = SumV(x0);
+  out[1] = SumV(y0);
+  out[2] = SumV(z0);
+  out[3] = SumV(x1);
+  out[4] = SumV(y1);
+  out[6] = SumV(x2);
+  out[7] = SumV(y2);
+}
+
+// Blocks of fewer than eight amplitudes (registers of one or two qubits): all three sums.
 void BlockBlochTiny(const double* re, const double* im, u64 size, u64 s, double* out) {
   double x = 0, y = 0, z = 0;
   for (u64 a = 0; a < size; ++a) {
@@ -462,54 +449,89 @@ void BlockBlochTiny(const double* re, const double* im, u64 size, u64 s, double*
   out[2] = z;
 }
 
-// The sums of bits lo..hi-1 of a block into out[3 (b - lo) + 0..2], and the block's norm
-// into *norm when asked for (taken from the pass over bits 0 and 1 where that is made), one
-// pass over the block per bit or pair of bits.
-void BlockBlochPasses(const double* re, const double* im, u64 size, int lo, int hi,
-                      double* out, double* norm = nullptr) {
-  bool normDone = false;
+// The norms of 2^L neighbouring pieces of a block, in order, give the s0 of the L bits above
+// a piece: level l adds the pieces whose bit l is clear into z[3 l], and neighbours pairwise
+// into the next level, which leaves the norm of the whole in norms[0].
+template <class T>
+__attribute__((always_inline)) inline void NormLevels(T* norms, u64 count, double* z) {
+  for (u64 len = count; len > 1; len /= 2, z += 3) {
+    T even{};
+    for (u64 i = 0; i < len; i += 2) {
+      even += norms[i];
+      norms[i / 2] = norms[i] + norms[i + 1];
+    }
+    *z = SumV(even);
+  }
+}
+
+// The s0 of bits 1 and up of a block from the norms of its groups of sixteen
+// (BlockPairNarrow) into out[3 b + 2]; returns the block's norm. The groups give bits 4 and
+// up; lane k of their total holds amplitudes 2k and 2k + 1, which gives bits 1 to 3.
+ORVEX_KERNEL double GroupNormLevels(V8* norms, u64 groups, double* out) {
+  NormLevels(norms, groups, out + 3 * 4 + 2);
+  double t[8];
+  std::memcpy(t, &norms[0], sizeof t);
+  out[3 * 1 + 2] = (t[0] + t[2]) + (t[4] + t[6]);
+  out[3 * 2 + 2] = (t[0] + t[1]) + (t[4] + t[5]);
+  out[3 * 3 + 2] = (t[0] + t[1]) + (t[2] + t[3]);
+  return SumV(norms[0]);
+}
+
+// The sx and sy of bits lo..hi-1 of a block into out[3 (b - lo) + 0..1], one pass over the
+// block per bit or pair of bits (bits of at least two: partners at least four apart).
+void BlockPairPasses(const double* re, const double* im, u64 size, int lo, int hi,
+                     double* out) {
   for (int b = lo; b < hi; ++b) {
     const u64 s = u64{1} << b;
     double* o = out + 3 * (b - lo);
-    if (size < 8 || (b == 1 && lo == 1)) {
-      BlockBlochTiny(re, im, size, s, o);
-    } else if (b == 0 && hi >= 2) {
-      double six[7];
-      BlockBlochNarrow(re, im, size, six);
-      std::copy(six, six + 6, o);
-      if (norm) *norm = six[6];
-      normDone = true;
-      ++b;
-    } else if (s < kLanes) {
+    if (s < 4) {
       BlockBlochTiny(re, im, size, s, o);
     } else if (b + 1 < hi) {
-      BlockBlochWide2(re, im, size, s, o);
+      BlockPairWide2(re, im, size, s, o);
       ++b;
     } else {
-      BlockBlochWide(re, im, size, s, o);
+      BlockPairWide(re, im, size, s, o);
     }
   }
-  if (norm && !normDone) *norm = BlockNorm(re, im, size);
 }
 
-// BlockBlochPasses, with the passes for bits below kL1Bits made sub-block by sub-block, so
-// that the block is read from the outer cache once for all of them. The sub-blocks' sums are
-// added in order.
-void BlockBloch(const double* re, const double* im, u64 size, int lo, int hi, double* out,
-                double* norm = nullptr) {
-  const u64 sub = u64{1} << kL1Bits;
-  if (lo > 0 || hi <= kL1Bits || size <= sub)
-    return BlockBlochPasses(re, im, size, lo, hi, out, norm);
-  double low[3 * kL1Bits], lowNorm = 0;
-  std::fill(out, out + 3 * kL1Bits, 0.0);
-  double total = 0;
-  for (u64 base = 0; base < size; base += sub) {
-    BlockBlochPasses(re + base, im + base, sub, 0, kL1Bits, low, &lowNorm);
-    for (int k = 0; k < 3 * kL1Bits; ++k) out[k] += low[k];
-    total += lowNorm;
+// Sub-blocks of the measurement, at most 2^kL1Bits amplitudes, have their group norms on the
+// stack.
+constexpr u64 kMaxGroups = (u64{1} << kL1Bits) / 16;
+
+// All sums of every bit of a contiguous block of 2^bits amplitudes (bits <= kL1Bits) into
+// out[3 b + 0..2]; returns the block's norm.
+double BlockBlochSmall(const double* re, const double* im, int bits, double* out) {
+  const u64 size = u64{1} << bits;
+  if (bits < 4) {
+    double norm = 0;
+    for (u64 a = 0; a < size; ++a) norm += re[a] * re[a] + im[a] * im[a];
+    for (int b = 0; b < bits; ++b) BlockBlochTiny(re, im, size, u64{1} << b, out + 3 * b);
+    return norm;
   }
-  BlockBlochPasses(re, im, size, kL1Bits, hi, out + 3 * kL1Bits);
-  if (norm) *norm = total;
+  V8 norms[kMaxGroups];
+  BlockPairNarrow(re, im, size, out, norms);
+  BlockPairPasses(re, im, size, 3, bits, out + 9);
+  return GroupNormLevels(norms, size / 16, out);
+}
+
+// All sums of every bit of a contiguous block of 2^bits amplitudes into out[3 b + 0..2];
+// returns its norm. The bits below kL1Bits are measured sub-block by sub-block, so the block
+// comes from the outer cache once for all of them; their sums are added in order.
+double BlockBloch(const double* re, const double* im, int bits, double* out) {
+  if (bits <= kL1Bits) return BlockBlochSmall(re, im, bits, out);
+  const u64 sub = u64{1} << kL1Bits;
+  const u64 subs = u64{1} << (bits - kL1Bits);
+  std::vector<double> norms(subs);
+  double low[3 * kL1Bits];
+  std::fill(out, out + 3 * kL1Bits, 0.0);
+  for (u64 k = 0; k < subs; ++k) {
+    norms[k] = BlockBlochSmall(re + k * sub, im + k * sub, kL1Bits, low);
+    for (int j = 0; j < 3 * kL1Bits; ++j) out[j] += low[j];
+  }
+  BlockPairPasses(re, im, sub * subs, kL1Bits, bits, out + 3 * kL1Bits);
+  NormLevels(norms.data(), subs, out + 3 * kL1Bits + 2);
+  return norms[0];
 }
 
 // ---- Tiles: 2^W amplitudes whose indices share every bit outside a set of W bits ----
@@ -846,7 +868,8 @@ struct Measurement::Impl {
   u64 tasks = 1;
   std::vector<u64> pieceStart;  // first task of each piece, then the number of tasks
   std::size_t stride = 0, pieces = 1;
-  // Each task's sums: 3 per measured qubit, then (contiguous tiles) the tile's norm.
+  // Each task's sums: 3 per measured qubit, then (contiguous tiles) the tile's norm. The
+  // gathered tiles leave s0 at zero: Result takes it from the contiguous tiles' norms.
   std::vector<double> partial;
 };
 
@@ -906,8 +929,7 @@ void Measurement::MeasurePiece(const For& policy, const StateVector& psi, std::s
   Impl& m = *impl_;
   if (m.layouts.empty()) {
     // One tile holds the register: one task on the calling thread.
-    BlockBloch(psi.Re(), psi.Im(), psi.Size(), 0, m.qubits, m.partial.data(),
-               m.partial.data() + 3 * m.qubits);
+    m.partial[3 * m.qubits] = BlockBloch(psi.Re(), psi.Im(), m.qubits, m.partial.data());
     return;
   }
   const u64 first = m.pieceStart[piece];
@@ -921,16 +943,15 @@ void Measurement::MeasurePiece(const For& policy, const StateVector& psi, std::s
     const u64 size = u64{1} << layout.width;
     double* out = &m.partial[task * m.stride];
     if (l == 0) {
-      BlockBloch(psi.Re() + t * size, psi.Im() + t * size, size, 0, m.tileBits, out,
-                 out + 3 * m.tileBits);
+      out[3 * m.tileBits] = BlockBloch(psi.Re() + t * size, psi.Im() + t * size, m.tileBits, out);
       return;
     }
     Buffer& buf = ThreadBuffer();
     buf.Fit(size);
     Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.data(),
            buf.im.data());
-    BlockBloch(buf.re.data(), buf.im.data(), size, layout.width - layout.count, layout.width,
-               out);
+    BlockPairPasses(buf.re.data(), buf.im.data(), size, layout.width - layout.count,
+                    layout.width, out);
   });
 }
 
@@ -949,8 +970,18 @@ Expectations Measurement::Result() const {
   for (const Impl::Layout& layout : m.layouts)
     for (u64 t = 0; t < layout.tasks; ++t) {
       const double* in = &m.partial[(layout.firstTask + t) * m.stride];
-      for (int k = 0; k < 3 * layout.count; ++k) sums[3 * layout.firstQubit + k] += in[k];
-      if (layout.firstTask == 0) e.norm2 += in[3 * layout.count];
+      for (int k = 0; k < layout.count; ++k) {
+        sums[3 * (layout.firstQubit + k)] += in[3 * k];
+        sums[3 * (layout.firstQubit + k) + 1] += in[3 * k + 1];
+      }
+      if (layout.firstTask != 0) continue;
+      // The contiguous tiles also give the s0 of the qubits above them: tile t holds the
+      // amplitudes whose high bits are those of t.
+      const double norm = in[3 * layout.count];
+      for (int k = 0; k < layout.count; ++k) sums[3 * k + 2] += in[3 * k + 2];
+      for (int q = m.tileBits; q < n; ++q)
+        if (!(t >> (q - m.tileBits) & 1)) sums[3 * q + 2] += norm;
+      e.norm2 += norm;
     }
   for (int q = 0; q < n; ++q)
     e.qubits[q] = {2 * sums[3 * q], 2 * sums[3 * q + 1], 2 * sums[3 * q + 2] - e.norm2};
