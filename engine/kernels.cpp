@@ -709,10 +709,15 @@ struct TilePlan {
 
 TilePlan PlanTiles(int qubits, const std::vector<Op>& ops, int tileBits) {
   if (tileBits == kChosenTile && qubits > kTileBits + 1) {
-    auto narrow = PlanGroups(qubits, ops, kTileBits);
-    auto wide = PlanGroups(qubits, ops, kTileBits + 1);
-    if (wide.size() < narrow.size()) return {kTileBits + 1, std::move(wide)};
-    return {kTileBits, std::move(narrow)};
+    // The narrowest tiles that need the fewest sweeps. The widest only where the register
+    // still has 16 of them, so that the threads share the sweep evenly.
+    TilePlan best{kTileBits, PlanGroups(qubits, ops, kTileBits)};
+    for (int bits = kTileBits + 1; bits <= kTileBits + 2; ++bits) {
+      if (bits == kTileBits + 2 && qubits < bits + 4) break;
+      auto groups = PlanGroups(qubits, ops, bits);
+      if (groups.size() < best.groups.size()) best = {bits, std::move(groups)};
+    }
+    return best;
   }
   if (tileBits == kChosenTile) tileBits = kTileBits;
   if (qubits <= tileBits) return {tileBits, {}};

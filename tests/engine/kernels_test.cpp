@@ -71,37 +71,48 @@ TYPED_TEST_SUITE(KernelPolicy, Policies);
 
 TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
   const TypeParam policy = MakePolicy<TypeParam>();
-  for (int n : {1, 3, 9, 11, 13, 15}) {
+  for (int n : {1, 3, 9, 11, 13, 15, 18}) {
     const auto psi0 = RandomAmps(n, 7 + n);
     const auto ops = RandomOps(n, 11 + n, n == 1 ? 4 : 40);
     std::vector<Amp> dense = psi0;
     for (const Op& op : ops) ApplyDense(dense, op);
 
-    StateVector literal, tiled, wide;
-    ASSERT_TRUE(literal.Allocate(n) && tiled.Allocate(n) && wide.Allocate(n));
+    StateVector literal, tiled, wide, widest;
+    ASSERT_TRUE(literal.Allocate(n) && tiled.Allocate(n) && wide.Allocate(n) &&
+                widest.Allocate(n));
     Load(literal, psi0);
     Load(tiled, psi0);
     Load(wide, psi0);
+    Load(widest, psi0);
     for (const Op& op : ops) ApplyLiteral(policy, literal, op);
     ApplyOps(policy, tiled, ops, 5);  // small tiles: many groups and gathers
     ApplyOps(policy, wide, ops);      // default tiles: one up to 14 qubits, gathered above
+    ApplyOps(policy, widest, ops, kTileBits + 2);
     EXPECT_LT(MaxDiff(literal, dense), 1e-12) << n;
     EXPECT_LT(MaxDiff(tiled, dense), 1e-12) << n;
     EXPECT_LT(MaxDiff(wide, dense), 1e-12) << n;
+    EXPECT_LT(MaxDiff(widest, dense), 1e-12) << n;
   }
 }
 
-// A sweep may take a factor from further down the list once every earlier factor on its
-// qubits is applied. A chain's sub-step on 20 qubits (fields, pairs up, pairs down, fields)
-// then needs three sweeps of 14-bit tiles; taken strictly in order it needed six.
-TEST(TiledSweeps, FactorsOnOtherQubitsMoveUpSoAChainStepTakesThreeSweeps) {
-  constexpr int n = 20;
+// A chain's sub-step: fields, pairs up, pairs down, fields.
+std::vector<Op> ChainStep(int n) {
   std::vector<Op> ops;
   for (int q = 0; q < n; ++q) ops.push_back(FieldFactor(q, 0.3, -0.2, 0.7, 0.01));
   for (int q = 0; q + 1 < n; ++q) ops.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, 0.01));
   for (int q = n - 2; q >= 0; --q) ops.push_back(PairFactor(q, q + 1, 0.5, 0.4, 0.9, 0.01));
   for (int q = 0; q < n; ++q) ops.push_back(FieldFactor(q, 0.3, -0.2, 0.7, 0.01));
-  EXPECT_EQ(SweepCount(n, ops, 14), 3);
+  return ops;
+}
+
+// A sweep may take a factor from further down the list once every earlier factor on its
+// qubits is applied: a chain's sub-step on 20 qubits then needs three sweeps of 14-bit tiles
+// (taken strictly in order it needed six). On 24 qubits 14-bit tiles need six, and the plan
+// takes tiles of 16 bits, which need three.
+TEST(TiledSweeps, FactorsOnOtherQubitsMoveUpAndTheTilesWidenWhereThatSavesSweeps) {
+  EXPECT_EQ(SweepCount(20, ChainStep(20), 14), 3);
+  EXPECT_EQ(SweepCount(24, ChainStep(24), 14), 6);
+  EXPECT_EQ(SweepCount(24, ChainStep(24)), 3);
 }
 
 // <sigma_x, y, z> of every qubit by the plain serial sums, one qubit at a time.
