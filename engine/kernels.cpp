@@ -709,11 +709,11 @@ struct TilePlan {
 
 TilePlan PlanTiles(int qubits, const std::vector<Op>& ops, int tileBits) {
   if (tileBits == kChosenTile && qubits > kTileBits + 1) {
-    // The narrowest tiles that need the fewest sweeps. The widest only where the register
-    // still has 16 of them, so that the threads share the sweep evenly.
+    // The narrowest tiles that need the fewest sweeps. Tiles of more than one extra bit only
+    // where the register still has 16 of them, so that the threads share the sweep evenly.
     TilePlan best{kTileBits, PlanGroups(qubits, ops, kTileBits)};
-    for (int bits = kTileBits + 1; bits <= kTileBits + 2; ++bits) {
-      if (bits == kTileBits + 2 && qubits < bits + 4) break;
+    for (int bits = kTileBits + 1; bits <= kTileBits + 3; ++bits) {
+      if (bits > kTileBits + 1 && qubits < bits + 4) break;
       auto groups = PlanGroups(qubits, ops, bits);
       if (groups.size() < best.groups.size()) best = {bits, std::move(groups)};
     }

@@ -19,8 +19,8 @@
 namespace orvex::engine {
 
 inline constexpr int kTileBits = 14;
-// A tile size left to the plan: kTileBits, or one or two bits more (up to 1 MiB, still within
-// a core's second-level cache) where that saves whole sweeps.
+// A tile size left to the plan: kTileBits, or up to three bits more (up to 2 MiB, a core's
+// second-level cache) where that saves whole sweeps.
 inline constexpr int kChosenTile = 0;
 // Tiles of the measurement, which only reads: 2^16 amplitudes (1 MiB) stay in a core's cache.
 inline constexpr int kMeasureTileBits = 16;

@@ -87,7 +87,7 @@ TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
     for (const Op& op : ops) ApplyLiteral(policy, literal, op);
     ApplyOps(policy, tiled, ops, 5);  // small tiles: many groups and gathers
     ApplyOps(policy, wide, ops);      // default tiles: one up to 14 qubits, gathered above
-    ApplyOps(policy, widest, ops, kTileBits + 2);
+    ApplyOps(policy, widest, ops, kTileBits + 3);  // the widest tiles the plan takes
     EXPECT_LT(MaxDiff(literal, dense), 1e-12) << n;
     EXPECT_LT(MaxDiff(tiled, dense), 1e-12) << n;
     EXPECT_LT(MaxDiff(wide, dense), 1e-12) << n;
