@@ -296,90 +296,74 @@ inline double SumV(const V& v) {
 }
 inline double SumV(double v) { return v; }
 
-// One bit whose partner lies `s` amplitudes further (s at least the width of V), in one
-// flat loop over the positions of the first run, with an accumulator per product.
-template <class V>
-__attribute__((always_inline)) inline void PairWide(const double* __restrict re,
+// The sx and sy of one bit (kBits = 1) whose partner lies `s` amplitudes further, or of two
+// neighbouring bits (kBits = 2, partners s and 2s further) in one pass: each group of four
+// runs A, B, C, D holds the pairs (A, B), (C, D) of the first bit and (A, C), (B, D) of the
+// second, so the block is read once for both. s is at least the width of V. The positions in
+// A are taken in one flat loop (short runs cost no loop of their own), and each product goes
+// into an accumulator of its own, so no chain of additions waits on another. out[0..1] for
+// the first bit, out[3..4] for the second.
+template <class V, int kBits>
+__attribute__((always_inline)) inline void PairPass(const double* __restrict re,
                                                     const double* __restrict im, u64 size,
                                                     u64 s, double* out) {
   constexpr u64 kWidth = sizeof(V) / sizeof(double);
-  V acc[4] = {};
-  for (u64 j = 0; j < size / 2; j += kWidth) {
-    const u64 k = (j & (s - 1)) | ((j & ~(s - 1)) << 1);
+  constexpr int kAcc = kBits == 1 ? 4 : 16;
+  V acc[kAcc] = {};
+  for (u64 j = 0; j < (size >> kBits); j += kWidth) {
+    const u64 k = (j & (s - 1)) | ((j & ~(s - 1)) << kBits);
     V ar, ai, br, bi;
     LoadV(ar, re + k);
     LoadV(ai, im + k);
     LoadV(br, re + k + s);
     LoadV(bi, im + k + s);
-    acc[0] += ar * br;
-    acc[1] += ai * bi;
-    acc[2] += ar * bi;
-    acc[3] -= ai * br;
+    if constexpr (kBits == 1) {
+      acc[0] += ar * br;
+      acc[1] += ai * bi;
+      acc[2] += ar * bi;
+      acc[3] -= ai * br;
+    } else {
+      V cr, ci, dr, di;
+      LoadV(cr, re + k + 2 * s);
+      LoadV(ci, im + k + 2 * s);
+      LoadV(dr, re + k + 3 * s);
+      LoadV(di, im + k + 3 * s);
+      acc[0] += ar * br;
+      acc[1] += ai * bi;
+      acc[2] += cr * dr;
+      acc[3] += ci * di;
+      acc[4] += ar * bi;
+      acc[5] -= ai * br;
+      acc[6] += cr * di;
+      acc[7] -= ci * dr;
+      acc[8] += ar * cr;
+      acc[9] += ai * ci;
+      acc[10] += br * dr;
+      acc[11] += bi * di;
+      acc[12] += ar * ci;
+      acc[13] -= ai * cr;
+      acc[14] += br * di;
+      acc[15] -= bi * dr;
+    }
   }
-  out[0] = SumV(acc[0]) + SumV(acc[1]);
-  out[1] = SumV(acc[2]) + SumV(acc[3]);
+  // Each sum's accumulators, added pairwise: sx, sy of the first bit, then of the second.
+  constexpr int kPer = kAcc / (2 * kBits);
+  for (int q = 0; q < 2 * kBits; ++q) {
+    double part[kPer];
+    for (int k = 0; k < kPer; ++k) part[k] = SumV(acc[kPer * q + k]);
+    for (int w = kPer; w > 1; w /= 2)
+      for (int k = 0; k < w / 2; ++k) part[k] = part[2 * k] + part[2 * k + 1];
+    out[3 * (q / 2) + q % 2] = part[0];
+  }
 }
 
-ORVEX_KERNEL void BlockPairWide(const double* re, const double* im, u64 size, u64 s,
+template <int kBits>
+ORVEX_KERNEL void BlockPairPass(const double* re, const double* im, u64 size, u64 s,
                                 double* out) {
   if (s >= 8)
-    PairWide<V8>(re, im, size, s, out);
+    PairPass<V8, kBits>(re, im, size, s, out);
   else
-    PairWide<V4>(re, im, size, s, out);
-}
-
-// Two neighbouring bits b, b + 1 (partners s and 2s further, s at least the width of V) in
-// one pass: each group of four runs A, B, C, D holds the pairs (A, B), (C, D) of bit b and
-// (A, C), (B, D) of bit b + 1, so the block is read once for both. The positions in A are
-// taken in one flat loop (short runs cost no loop of their own), and each of the sixteen
-// products goes into an accumulator of its own, so no chain of additions waits on another.
-// out[0..1] for bit b, out[3..4] for b + 1.
-template <class V>
-__attribute__((always_inline)) inline void PairWide2(const double* __restrict re,
-                                                     const double* __restrict im, u64 size,
-                                                     u64 s, double* out) {
-  constexpr u64 kWidth = sizeof(V) / sizeof(double);
-  V acc[16] = {};
-  for (u64 j = 0; j < size / 4; j += kWidth) {
-    const u64 k = (j & (s - 1)) | ((j & ~(s - 1)) << 2);
-    V ar, ai, br, bi, cr, ci, dr, di;
-    LoadV(ar, re + k);
-    LoadV(ai, im + k);
-    LoadV(br, re + k + s);
-    LoadV(bi, im + k + s);
-    LoadV(cr, re + k + 2 * s);
-    LoadV(ci, im + k + 2 * s);
-    LoadV(dr, re + k + 3 * s);
-    LoadV(di, im + k + 3 * s);
-    acc[0] += ar * br;
-    acc[1] += ai * bi;
-    acc[2] += cr * dr;
-    acc[3] += ci * di;
-    acc[4] += ar * bi;
-    acc[5] -= ai * br;
-    acc[6] += cr * di;
-    acc[7] -= ci * dr;
-    acc[8] += ar * cr;
-    acc[9] += ai * ci;
-    acc[10] += br * dr;
-    acc[11] += bi * di;
-    acc[12] += ar * ci;
-    acc[13] -= ai * cr;
-    acc[14] += br * di;
-    acc[15] -= bi * dr;
-  }
-  const int slot[4] = {0, 1, 3, 4};
-  for (int q = 0; q < 4; ++q)
-    out[slot[q]] = (SumV(acc[4 * q]) + SumV(acc[4 * q + 1])) +
-                   (SumV(acc[4 * q + 2]) + SumV(acc[4 * q + 3]));
-}
-
-ORVEX_KERNEL void BlockPairWide2(const double* re, const double* im, u64 size, u64 s,
-                                 double* out) {
-  if (s >= 8)
-    PairWide2<V8>(re, im, size, s, out);
-  else
-    PairWide2<V4>(re, im, size, s, out);
+    PairPass<V4, kBits>(re, im, size, s, out);
 }
 
 #if defined(__clang__)
@@ -487,10 +471,10 @@ void BlockPairPasses(const double* re, const double* im, u64 size, int lo, int h
     if (s < 4) {
       BlockBlochTiny(re, im, size, s, o);
     } else if (b + 1 < hi) {
-      BlockPairWide2(re, im, size, s, o);
+      BlockPairPass<2>(re, im, size, s, o);
       ++b;
     } else {
-      BlockPairWide(re, im, size, s, o);
+      BlockPairPass<1>(re, im, size, s, o);
     }
   }
 }
