@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "engine/parallel.h"
 
@@ -31,222 +33,364 @@ inline void Rotate(double& ar, double& ai, double& br, double& bi, const Amp* m)
   bi = m[2].real() * xi + m[2].imag() * xr + m[3].real() * yi + m[3].imag() * yr;
 }
 
-// The 2x2 update of `len` amplitude pairs (x_k, y_k) held in four separate runs.
-struct Coeffs {
-  double m0r, m0i, m1r, m1i, m2r, m2i, m3r, m3i;
-  explicit Coeffs(const Amp* m)
-      : m0r(m[0].real()), m0i(m[0].imag()), m1r(m[1].real()), m1i(m[1].imag()),
-        m2r(m[2].real()), m2i(m[2].imag()), m3r(m[3].real()), m3i(m[3].imag()) {}
-};
-
-inline void RotateRuns(double* __restrict xr_, double* __restrict xi_, double* __restrict yr_,
-                       double* __restrict yi_, u64 len, const Coeffs& c) {
-  for (u64 k = 0; k < len; ++k) {
-    const double xr = xr_[k], xi = xi_[k], yr = yr_[k], yi = yi_[k];
-    xr_[k] = c.m0r * xr - c.m0i * xi + c.m1r * yr - c.m1i * yi;
-    xi_[k] = c.m0r * xi + c.m0i * xr + c.m1r * yi + c.m1i * yr;
-    yr_[k] = c.m2r * xr - c.m2i * xi + c.m3r * yr - c.m3i * yi;
-    yi_[k] = c.m2r * xi + c.m2i * xr + c.m3r * yi + c.m3i * yr;
-  }
-}
-
-// Four doubles as one value: the compiler's vector extension, so the kernels below are
-// vector code on every target (a plain loop over lanes gets shuffled rather than vectorised).
+// Four and eight doubles as one value: the compiler's vector extension, so the kernels below
+// are vector code on every target (a plain loop over lanes gets shuffled rather than
+// vectorised).
 typedef double V4 __attribute__((vector_size(4 * sizeof(double))));
+typedef double V8 __attribute__((vector_size(8 * sizeof(double))));
 
-inline void Load4(V4& v, const double* p) { std::memcpy(&v, p, sizeof v); }
-inline void Store4(double* p, const V4& v) { std::memcpy(p, &v, sizeof v); }
-
+template <class V>
+inline void LoadV(V& v, const double* p) { std::memcpy(&v, p, sizeof v); }
+template <class V>
+inline void StoreV(double* p, const V& v) { std::memcpy(p, &v, sizeof v); }
 
 #if defined(__clang__)
-#define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shufflevector(a, b, i, j, k, l)
+#define ORVEX_SHUFFLE8(a, b, ...) __builtin_shufflevector(a, b, __VA_ARGS__)
 #else
-typedef long long V4i __attribute__((vector_size(4 * sizeof(long long))));
-#define ORVEX_SHUFFLE(a, b, i, j, k, l) __builtin_shuffle(a, b, (V4i){i, j, k, l})
+typedef long long V8i __attribute__((vector_size(8 * sizeof(long long))));
+#define ORVEX_SHUFFLE8(a, b, ...) __builtin_shuffle(a, b, (V8i){__VA_ARGS__})
 #endif
 
-// A 2x2 update with coefficients per lane: lane k of (x, y) becomes
-// (a_k x_k + b_k y_k, c_k x_k + d_k y_k). Used where the partners of an update lie inside
-// one vector and shuffles line them up lane by lane.
-struct LaneCoeffs {
-  V4 ar, ai, br, bi, cr, ci, dr, di;
-  // Lane k takes matrix ms[k] = {a, b, c, d}.
-  static LaneCoeffs From(const Amp* const ms[4]) {
-    LaneCoeffs l;
-    for (int k = 0; k < 4; ++k) {
-      const Amp* m = ms[k];
-      l.ar[k] = m[0].real(), l.ai[k] = m[0].imag(), l.br[k] = m[1].real(), l.bi[k] = m[1].imag();
-      l.cr[k] = m[2].real(), l.ci[k] = m[2].imag(), l.dr[k] = m[3].real(), l.di[k] = m[3].imag();
-    }
-    return l;
+// Lane k of `to` takes lane k ^ kMask of v (kMask = 0 copies v).
+template <int kMask>
+__attribute__((always_inline)) inline void XorLanes(const V8& v, V8& to) {
+  if constexpr (kMask == 0)
+    to = v;
+  else
+    to = ORVEX_SHUFFLE8(v, v, 0 ^ kMask, 1 ^ kMask, 2 ^ kMask, 3 ^ kMask, 4 ^ kMask, 5 ^ kMask,
+                        6 ^ kMask, 7 ^ kMask);
+}
+
+// Every factor maps each amplitude to a combination of itself and one partner: a single-qubit
+// factor's partner differs in its bit, a pair factor's in both bits (|00> with |11>, |01>
+// with |10>). So all kernels are one update lane by lane, v <- d v + o w, with w the lanes of
+// the partners and (d, o) the amplitude's row of its 2x2 block.
+// Plain arrays, read into vectors inside the kernels: a vector type's alignment depends on
+// the instruction set a function is compiled for, and the kernels are compiled for several.
+struct alignas(64) LaneMix {
+  double dr[8], di[8], or_[8], oi[8];
+};
+struct MixV {
+  V8 dr, di, or_, oi;
+  explicit MixV(const LaneMix& c) {
+    LoadV(dr, c.dr);
+    LoadV(di, c.di);
+    LoadV(or_, c.or_);
+    LoadV(oi, c.oi);
   }
 };
 
-inline void RotateLanes(V4& xr, V4& xi, V4& yr, V4& yi, const LaneCoeffs& c) {
-  const V4 pr = xr, pi = xi, qr = yr, qi = yi;
-  xr = c.ar * pr - c.ai * pi + c.br * qr - c.bi * qi;
-  xi = c.ar * pi + c.ai * pr + c.br * qi + c.bi * qr;
-  yr = c.cr * pr - c.ci * pi + c.dr * qr - c.di * qi;
-  yi = c.cr * pi + c.ci * pr + c.dr * qi + c.di * qr;
+// (d, o) of an amplitude whose bits of the factor have values va (bit a) and vb (bit b; not
+// used by a single-qubit factor).
+void RowOf(const Op& op, bool va, bool vb, Amp& d, Amp& o) {
+  const Amp* m = op.m.data();
+  int r = va;
+  if (op.kind == Op::Pair) {
+    // Block on |00>, |11> (row 1: |11>) or on |01>, |10> (row 0: bit a set).
+    r = va == vb ? va : vb;
+    if (va != vb) m += 4;
+  }
+  d = m[3 * r];
+  o = m[1 + r];
 }
 
-// Bit 0 or 1 of a block of at least eight amplitudes: each group of eight holds four pairs,
-// sorted into two vectors by shuffles, updated and put back.
-ORVEX_KERNEL void BlockSingleLow(double* re, double* im, u64 size, int bit, const Amp* m) {
-  const Amp* const ms[4] = {m, m, m, m};
-  const LaneCoeffs c = LaneCoeffs::From(ms);
+// The mix of eight lanes from the bits of each lane's amplitude: bits(k) gives (va, vb).
+template <class F>
+LaneMix MixOf(const Op& op, F bits) {
+  LaneMix c;
+  for (int k = 0; k < 8; ++k) {
+    const auto [va, vb] = bits(k);
+    Amp d, o;
+    RowOf(op, va, vb, d, o);
+    c.dr[k] = d.real(), c.di[k] = d.imag(), c.or_[k] = o.real(), c.oi[k] = o.imag();
+  }
+  return c;
+}
+
+__attribute__((always_inline)) inline void Mix(V8& vr, V8& vi, const V8& wr, const V8& wi,
+                                               const MixV& c) {
+  const V8 r = c.dr * vr - c.di * vi + c.or_ * wr - c.oi * wi;
+  vi = c.dr * vi + c.di * vr + c.or_ * wi + c.oi * wr;
+  vr = r;
+}
+
+// Partners inside a vector (a single-qubit factor on bit 0, 1 or 2, or a pair factor on two
+// of them): lane k meets lane k ^ kMask.
+template <int kMask>
+ORVEX_KERNEL void InVectorPass(double* __restrict re, double* __restrict im, u64 size,
+                               const LaneMix& mix) {
+  const MixV c(mix);
   for (u64 g = 0; g < size; g += 8) {
-    V4 r0, r1, i0, i1;
-    Load4(r0, re + g);
-    Load4(r1, re + g + 4);
-    Load4(i0, im + g);
-    Load4(i1, im + g + 4);
-    V4 xr, xi, yr, yi;
-    if (bit == 0) {
-      xr = ORVEX_SHUFFLE(r0, r1, 0, 2, 4, 6), yr = ORVEX_SHUFFLE(r0, r1, 1, 3, 5, 7);
-      xi = ORVEX_SHUFFLE(i0, i1, 0, 2, 4, 6), yi = ORVEX_SHUFFLE(i0, i1, 1, 3, 5, 7);
-      RotateLanes(xr, xi, yr, yi, c);
-      r0 = ORVEX_SHUFFLE(xr, yr, 0, 4, 1, 5), r1 = ORVEX_SHUFFLE(xr, yr, 2, 6, 3, 7);
-      i0 = ORVEX_SHUFFLE(xi, yi, 0, 4, 1, 5), i1 = ORVEX_SHUFFLE(xi, yi, 2, 6, 3, 7);
+    V8 vr, vi, wr, wi;
+    LoadV(vr, re + g);
+    LoadV(vi, im + g);
+    XorLanes<kMask>(vr, wr);
+    XorLanes<kMask>(vi, wi);
+    Mix(vr, vi, wr, wi, c);
+    StoreV(re + g, vr);
+    StoreV(im + g, vi);
+  }
+}
+
+// Partners in two vectors: x at position k and y at k + dy - dx, lane k of x meeting lane
+// k ^ kMask of y. The positions run through every index with zeros inserted at two bits
+// (masks m1 and m2 of the bits below each, m2 = ~0 for only one), in one flat loop, so that
+// short runs cost no loop of their own.
+template <int kMask>
+ORVEX_KERNEL void CrossPass(double* __restrict re, double* __restrict im, u64 positions, u64 m1,
+                            u64 m2, u64 dx, u64 dy, const LaneMix& mx, const LaneMix& my) {
+  const MixV cx(mx), cy(my);
+  for (u64 j = 0; j < positions; j += 8) {
+    u64 k = ((j & ~m1) << 1) | (j & m1);
+    k = ((k & ~m2) << 1) | (k & m2);
+    V8 xr, xi, yr, yi;
+    LoadV(xr, re + k + dx);
+    LoadV(xi, im + k + dx);
+    LoadV(yr, re + k + dy);
+    LoadV(yi, im + k + dy);
+    V8 sxr, sxi, syr, syi;
+    XorLanes<kMask>(xr, sxr);
+    XorLanes<kMask>(xi, sxi);
+    XorLanes<kMask>(yr, syr);
+    XorLanes<kMask>(yi, syi);
+    Mix(xr, xi, syr, syi, cx);
+    Mix(yr, yi, sxr, sxi, cy);
+    StoreV(re + k + dx, xr);
+    StoreV(im + k + dx, xi);
+    StoreV(re + k + dy, yr);
+    StoreV(im + k + dy, yi);
+  }
+}
+
+template <int kMask>
+void Cross(double* re, double* im, u64 positions, int b1, int b2, u64 dx, u64 dy,
+           const LaneMix& cx, const LaneMix& cy) {
+  const u64 m1 = (u64{1} << b1) - 1, m2 = b2 < 0 ? ~u64{0} : (u64{1} << b2) - 1;
+  CrossPass<kMask>(re, im, positions, m1, m2, dx, dy, cx, cy);
+}
+
+// Blocks too small for the vector kernels (registers of up to four qubits).
+constexpr u64 kMinVectorBlock = 32;
+
+void BlockOpSmall(double* re, double* im, u64 size, const Op& op) {
+  const u64 sa = u64{1} << op.a, sb = op.kind == Op::Pair ? u64{1} << op.b : 0;
+  for (u64 i = 0; i < size; ++i) {
+    if (i & (sa | sb)) continue;
+    if (op.kind == Op::Single) {
+      Rotate(re[i], im[i], re[i | sa], im[i | sa], op.m.data());
     } else {
-      xr = ORVEX_SHUFFLE(r0, r1, 0, 1, 4, 5), yr = ORVEX_SHUFFLE(r0, r1, 2, 3, 6, 7);
-      xi = ORVEX_SHUFFLE(i0, i1, 0, 1, 4, 5), yi = ORVEX_SHUFFLE(i0, i1, 2, 3, 6, 7);
-      RotateLanes(xr, xi, yr, yi, c);
-      r0 = ORVEX_SHUFFLE(xr, yr, 0, 1, 4, 5), r1 = ORVEX_SHUFFLE(xr, yr, 2, 3, 6, 7);
-      i0 = ORVEX_SHUFFLE(xi, yi, 0, 1, 4, 5), i1 = ORVEX_SHUFFLE(xi, yi, 2, 3, 6, 7);
+      Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], op.m.data());
+      Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], op.m.data() + 4);
     }
-    Store4(re + g, r0);
-    Store4(re + g + 4, r1);
-    Store4(im + g, i0);
-    Store4(im + g + 4, i1);
   }
 }
 
-ORVEX_KERNEL void BlockSingle(double* re, double* im, u64 size, int bit, const Amp* m) {
-  const u64 s = u64{1} << bit;
-  if (s < 4 && size >= 8) return BlockSingleLow(re, im, size, bit, m);
-  if (s == 1) {
-    for (u64 i = 0; i < size; i += 2) Rotate(re[i], im[i], re[i + 1], im[i + 1], m);
-    return;
-  }
-  const Coeffs c(m);
-  for (u64 base = 0; base < size; base += 2 * s)
-    RotateRuns(re + base, im + base, re + base + s, im + base + s, s, c);
-}
-
-// The lane coefficients of a pair factor whose lower bit `lo` (0 or 1) lies inside a vector:
-// x holds the amplitudes with the upper bit clear, y their partners with the upper bit set
-// and the lower bit flipped, so lane k pairs |00> with |11> where bit lo of k is clear and
-// the two mixed states where it is set. `aIsLo`: the factor's bit a is the lower bit.
-LaneCoeffs PairLanes(int lo, bool aIsLo, const Amp* m) {
-  const Amp* p = m;  // |00>, |11>: the x lane is |00>
-  // Mixed block: the x lane has the lower bit set and the upper clear. That is |01> (bit a
-  // set) when a is the lower bit; otherwise it is |10> and the block is read transposed
-  // about its anti-diagonal.
-  const Amp* q = m + 4;
-  const Amp swapped[4] = {q[3], q[2], q[1], q[0]};
-  if (!aIsLo) q = swapped;
-  const Amp* ms[4];
-  for (int k = 0; k < 4; ++k) ms[k] = (k >> lo & 1) ? q : p;
-  return LaneCoeffs::From(ms);
-}
-
-// The pair factor on bits lo < hi with lo = 0 or 1 and hi >= 2: vectors of four amplitudes
-// with bit hi clear meet their partners at +2^hi, lanes swapped across bit lo.
-ORVEX_KERNEL void BlockPairLow(double* re, double* im, u64 size, int lo, int hi, bool aIsLo,
-                               const Amp* m) {
-  const LaneCoeffs c = PairLanes(lo, aIsLo, m);
-  const u64 sh = u64{1} << hi;
-  for (u64 h = 0; h < size; h += 2 * sh)
-    for (u64 g = h; g < h + sh; g += 4) {
-      V4 xr, xi, yr, yi;
-      Load4(xr, re + g);
-      Load4(xi, im + g);
-      Load4(yr, re + g + sh);
-      Load4(yi, im + g + sh);
-      if (lo == 0) {
-        yr = ORVEX_SHUFFLE(yr, yr, 1, 0, 3, 2), yi = ORVEX_SHUFFLE(yi, yi, 1, 0, 3, 2);
-      } else {
-        yr = ORVEX_SHUFFLE(yr, yr, 2, 3, 0, 1), yi = ORVEX_SHUFFLE(yi, yi, 2, 3, 0, 1);
-      }
-      RotateLanes(xr, xi, yr, yi, c);
-      if (lo == 0) {
-        yr = ORVEX_SHUFFLE(yr, yr, 1, 0, 3, 2), yi = ORVEX_SHUFFLE(yi, yi, 1, 0, 3, 2);
-      } else {
-        yr = ORVEX_SHUFFLE(yr, yr, 2, 3, 0, 1), yi = ORVEX_SHUFFLE(yi, yi, 2, 3, 0, 1);
-      }
-      Store4(re + g, xr);
-      Store4(im + g, xi);
-      Store4(re + g + sh, yr);
-      Store4(im + g + sh, yi);
+// A general 4x4 factor on bits lo < hi, both above a vector: the four runs of each position
+// (bits lo, hi = 00, 10, 01, 11) in and out at once. q: the matrix, row-major, rows and
+// columns |bit lo + 2 bit hi>, as (re, im) pairs.
+ORVEX_KERNEL void QuadPass(double* re, double* im, u64 positions, u64 m1, u64 m2, u64 sl,
+                           u64 sh, const double* q) {
+  // re and im are not restrict: then the stores may overwrite q, so the coefficients are
+  // broadcast from memory again in every round rather than held in 32 registers (which
+  // spills the inputs).
+  const u64 off[4] = {0, sl, sh, sl | sh};
+  for (u64 j = 0; j < positions; j += 8) {
+    u64 k = ((j & ~m1) << 1) | (j & m1);
+    k = ((k & ~m2) << 1) | (k & m2);
+    V8 vr[4], vi[4], outR[4], outI[4];
+    for (int c = 0; c < 4; ++c) {
+      LoadV(vr[c], re + k + off[c]);
+      LoadV(vi[c], im + k + off[c]);
     }
-}
-
-// The pair factor on bits 0 and 1: of each four amplitudes (00, bit 0, bit 1, 11), two
-// groups are shuffled into x = (00, bit 0, 00', bit 0') and y = (11, bit 1, 11', bit 1').
-ORVEX_KERNEL void BlockPair01(double* re, double* im, u64 size, bool aIsLo, const Amp* m) {
-  const LaneCoeffs c = PairLanes(0, aIsLo, m);
-  for (u64 g = 0; g < size; g += 8) {
-    V4 r0, r1, i0, i1;
-    Load4(r0, re + g);
-    Load4(r1, re + g + 4);
-    Load4(i0, im + g);
-    Load4(i1, im + g + 4);
-    V4 xr = ORVEX_SHUFFLE(r0, r1, 0, 1, 4, 5), yr = ORVEX_SHUFFLE(r0, r1, 3, 2, 7, 6);
-    V4 xi = ORVEX_SHUFFLE(i0, i1, 0, 1, 4, 5), yi = ORVEX_SHUFFLE(i0, i1, 3, 2, 7, 6);
-    RotateLanes(xr, xi, yr, yi, c);
-    r0 = ORVEX_SHUFFLE(xr, yr, 0, 1, 5, 4), r1 = ORVEX_SHUFFLE(xr, yr, 2, 3, 7, 6);
-    i0 = ORVEX_SHUFFLE(xi, yi, 0, 1, 5, 4), i1 = ORVEX_SHUFFLE(xi, yi, 2, 3, 7, 6);
-    Store4(re + g, r0);
-    Store4(re + g + 4, r1);
-    Store4(im + g, i0);
-    Store4(im + g + 4, i1);
-  }
-}
-
-// The pair factor on two bits of a block: runs of 2^lo amplitudes with both bits clear are
-// updated together with their three partners.
-ORVEX_KERNEL void BlockPair(double* re, double* im, u64 size, int bitA, int bitB, const Amp* m) {
-  const int lo = std::min(bitA, bitB), hi = std::max(bitA, bitB);
-  if (lo < 2 && size >= 8) {
-    if (hi == 1) return BlockPair01(re, im, size, bitA == lo, m);
-    return BlockPairLow(re, im, size, lo, hi, bitA == lo, m);
-  }
-  const u64 sl = u64{1} << lo, sh = u64{1} << hi;
-  // |01> in Op means bit a set, bit b clear.
-  const u64 sa = u64{1} << bitA, sb = u64{1} << bitB;
-  const Amp* p = m;      // block on |00>, |11>
-  const Amp* q = m + 4;  // block on |01>, |10>
-  if (sl == 1) {
-    for (u64 h = 0; h < size; h += 2 * sh)
-      for (u64 i = h; i < h + sh; i += 2) {
-        Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], p);
-        Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], q);
-      }
-    return;
-  }
-  if (sl == 2) {
-    for (u64 h = 0; h < size; h += 2 * sh)
-      for (u64 mid = h; mid < h + sh; mid += 4)
-        for (u64 i = mid; i < mid + 2; ++i) {
-          Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], p);
-          Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], q);
+    for (int r = 0; r < 4; ++r) {
+      const double* row = q + 8 * r;
+      outR[r] = row[0] * vr[0];
+      outI[r] = row[0] * vi[0];
+      for (int c = 0; c < 4; ++c) {
+        if (c > 0) {
+          outR[r] += row[2 * c] * vr[c];
+          outI[r] += row[2 * c] * vi[c];
         }
-    return;
-  }
-  const Coeffs cp(p), cq(q);
-  for (u64 h = 0; h < size; h += 2 * sh)
-    for (u64 mid = h; mid < h + sh; mid += 2 * sl) {
-      RotateRuns(re + mid, im + mid, re + (mid | sa | sb), im + (mid | sa | sb), sl, cp);
-      RotateRuns(re + (mid | sa), im + (mid | sa), re + (mid | sb), im + (mid | sb), sl, cq);
+        outR[r] -= row[2 * c + 1] * vi[c];
+        outI[r] += row[2 * c + 1] * vr[c];
+      }
     }
+    for (int r = 0; r < 4; ++r) {
+      StoreV(re + k + off[r], outR[r]);
+      StoreV(im + k + off[r], outI[r]);
+    }
+  }
 }
 
-void BlockOp(double* re, double* im, u64 size, const Op& op) {
-  if (op.kind == Op::Single)
-    BlockSingle(re, im, size, op.a, op.m.data());
-  else
-    BlockPair(re, im, size, op.a, op.b, op.m.data());
+using Mat4 = std::array<Amp, 16>;  // row-major, rows and columns |bit lo + 2 bit hi>
+
+Mat4 Times(const Mat4& x, const Mat4& y) {
+  Mat4 r{};
+  for (int i = 0; i < 4; ++i)
+    for (int k = 0; k < 4; ++k)
+      for (int j = 0; j < 4; ++j) r[4 * i + j] += x[4 * i + k] * y[4 * k + j];
+  return r;
+}
+
+// A single-qubit factor (m: 2x2) on the lower (which = 0) or upper bit of a pair, as a 4x4.
+Mat4 OnOneBit(const std::array<Amp, 4>& m, int which) {
+  Mat4 r{};
+  for (int i = 0; i < 4; ++i)
+    for (int j = 0; j < 4; ++j)
+      if (((i ^ j) >> (1 - which) & 1) == 0)
+        r[4 * i + j] = m[2 * (i >> which & 1) + (j >> which & 1)];
+  return r;
+}
+
+// A factor made ready for the block kernels once, rather than on every block: its bits, the
+// rows of its lanes, or, for a product of factors on two bits above a vector, its 4x4.
+struct Kernel {
+  Op op;
+  int lo = 0, hi = 0;
+  bool quad = false;
+  alignas(64) double q[32] = {};  // quad: the 4x4 as for QuadPass
+  LaneMix x, y;                   // the lanes of the vectors x and y (see BlockOp)
+
+  explicit Kernel(const Op& f) : op(f) {
+    const bool pair = op.kind == Op::Pair;
+    lo = pair ? std::min(op.a, op.b) : op.a;
+    hi = pair ? std::max(op.a, op.b) : op.a;
+    if (hi < 3) {
+      x = MixOf(op, [&](int k) { return At(static_cast<u64>(k)); });
+    } else if (!pair || lo < 3) {
+      const u64 sl = pair ? u64{1} << lo : 0, sh = u64{1} << hi;
+      x = MixOf(op, [&](int k) { return At(static_cast<u64>(k) & sl); });
+      y = MixOf(op, [&](int k) { return At((static_cast<u64>(k) & sl) | sh); });
+    }
+  }
+  Kernel(int bitLo, int bitHi, const Mat4& m) : lo(bitLo), hi(bitHi), quad(true) {
+    op.kind = Op::Pair, op.a = lo, op.b = hi;
+    for (int i = 0; i < 16; ++i) q[2 * i] = m[i].real(), q[2 * i + 1] = m[i].imag();
+  }
+  u64 Sa() const { return u64{1} << op.a; }
+  u64 Sb() const { return op.kind == Op::Pair ? u64{1} << op.b : 0; }
+  // The values of (bit a, bit b) of the amplitude at index i.
+  std::pair<bool, bool> At(u64 i) const { return {(i & Sa()) != 0, (i & Sb()) != 0}; }
+  // The factor as a 4x4 on (lo, hi).
+  Mat4 Matrix() const {
+    if (quad) {
+      Mat4 m;
+      for (int i = 0; i < 16; ++i) m[i] = Amp(q[2 * i], q[2 * i + 1]);
+      return m;
+    }
+    Mat4 m{};
+    for (int r = 0; r < 4; ++r) {
+      const u64 i = (r & 1 ? u64{1} << lo : 0) | (r & 2 ? u64{1} << hi : 0);
+      const auto [va, vb] = At(i);
+      Amp d, o;
+      RowOf(op, va, vb, d, o);
+      m[4 * r + r] = d;
+      m[4 * r + (r ^ 3)] = o;
+    }
+    return m;
+  }
+};
+
+// The kernels of a factor list. A single-qubit factor joins a neighbouring pair factor whose
+// bits are both above a vector (factors on other qubits in between commute with it), and
+// such a pair factor joins the one before it on the same two bits: one 4x4 pass instead of
+// two or three passes of 2x2 blocks. The product is the list's, up to rounding.
+std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
+  std::vector<Kernel> out;
+  out.reserve(ops.size());
+  constexpr int kBits = 64;
+  std::array<std::array<Amp, 4>, kBits> pending;  // single-qubit factors not yet placed
+  std::array<bool, kBits> has{};
+  std::array<int, kBits> last;                     // the last kernel on each bit
+  last.fill(-1);
+  auto fusable = [](const Kernel& k) { return k.op.kind == Op::Pair && k.lo >= 3; };
+  auto take = [&](Kernel& k, int bit, bool after) {
+    // Pending factor on `bit` into k, before it (the pair comes later in the list) or after.
+    const Mat4 s = OnOneBit(pending[bit], bit == k.lo ? 0 : 1);
+    k = Kernel(k.lo, k.hi, after ? Times(s, k.Matrix()) : Times(k.Matrix(), s));
+    has[bit] = false;
+  };
+  auto place = [&](int bit) {
+    Op single;
+    single.a = bit;
+    std::copy(pending[bit].begin(), pending[bit].end(), single.m.begin());
+    out.emplace_back(single);
+    last[bit] = static_cast<int>(out.size()) - 1;
+    has[bit] = false;
+  };
+  for (const Op& op : ops) {
+    if (op.kind == Op::Single) {
+      std::array<Amp, 4> m{op.m[0], op.m[1], op.m[2], op.m[3]};
+      if (has[op.a]) {
+        const auto& p = pending[op.a];
+        m = {op.m[0] * p[0] + op.m[1] * p[2], op.m[0] * p[1] + op.m[1] * p[3],
+             op.m[2] * p[0] + op.m[3] * p[2], op.m[2] * p[1] + op.m[3] * p[3]};
+      }
+      pending[op.a] = m;
+      has[op.a] = true;
+      continue;
+    }
+    Kernel k(op);
+    if (!fusable(k)) {
+      if (has[op.a]) place(op.a);
+      if (has[op.b]) place(op.b);
+    } else {
+      const int prev = last[op.a];
+      if (prev >= 0 && prev == last[op.b] && !has[op.a] && !has[op.b]) {
+        Kernel& p = out[static_cast<std::size_t>(prev)];
+        p = Kernel(p.lo, p.hi, Times(k.Matrix(), p.Matrix()));
+        continue;
+      }
+      if (has[op.a]) take(k, op.a, false);
+      if (has[op.b]) take(k, op.b, false);
+    }
+    out.push_back(k);
+    last[op.a] = last[op.b] = static_cast<int>(out.size()) - 1;
+  }
+  for (int bit = 0; bit < kBits; ++bit) {
+    if (!has[bit]) continue;
+    if (last[bit] >= 0 && fusable(out[static_cast<std::size_t>(last[bit])]))
+      take(out[static_cast<std::size_t>(last[bit])], bit, true);
+    else
+      place(bit);
+  }
+  return out;
+}
+
+void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
+  // (A quad's bits are above a vector, so its blocks are never small.)
+  if (size < kMinVectorBlock) return BlockOpSmall(re, im, size, k.op);
+  const u64 sa = k.Sa(), sb = k.Sb();
+  if (k.quad) {
+    const u64 m1 = (u64{1} << k.lo) - 1, m2 = (u64{1} << k.hi) - 1;
+    return QuadPass(re, im, size / 4, m1, m2, u64{1} << k.lo, u64{1} << k.hi, k.q);
+  }
+  if (k.hi < 3) {
+    switch (sa | sb) {
+      case 1: return InVectorPass<1>(re, im, size, k.x);
+      case 2: return InVectorPass<2>(re, im, size, k.x);
+      case 3: return InVectorPass<3>(re, im, size, k.x);
+      case 4: return InVectorPass<4>(re, im, size, k.x);
+      case 5: return InVectorPass<5>(re, im, size, k.x);
+      default: return InVectorPass<6>(re, im, size, k.x);
+    }
+  }
+  const u64 sh = u64{1} << k.hi;
+  if (k.op.kind == Op::Single || k.lo < 3) {
+    // x: the amplitudes with bit hi clear, y: their partners with it set (and bit lo, if any,
+    // flipped by the lanes).
+    switch (k.op.kind == Op::Single ? 0 : 1 << k.lo) {
+      case 0: return Cross<0>(re, im, size / 2, k.hi, -1, 0, sh, k.x, k.y);
+      case 1: return Cross<1>(re, im, size / 2, k.hi, -1, 0, sh, k.x, k.y);
+      case 2: return Cross<2>(re, im, size / 2, k.hi, -1, 0, sh, k.x, k.y);
+      default: return Cross<4>(re, im, size / 2, k.hi, -1, 0, sh, k.x, k.y);
+    }
+  }
+  // Both bits above a vector: the pairs |00>, |11> in one pass and |01>, |10> in another,
+  // each with the same row in every lane.
+  auto row = [&](u64 i) { return MixOf(k.op, [&](int) { return k.At(i); }); };
+  Cross<0>(re, im, size / 4, k.lo, k.hi, 0, sa | sb, row(0), row(sa | sb));
+  Cross<0>(re, im, size / 4, k.lo, k.hi, sa, sb, row(sa), row(sb));
 }
 
 // Sub-blocks of 2^kL1Bits amplitudes (32 KiB) stay in a core's first-level cache.
@@ -255,20 +399,18 @@ constexpr int kL1Bits = 11;
 // Applies ops[first, last) to a block in order. A run of factors on bits below kL1Bits is
 // applied sub-block by sub-block, so the block is read from the outer cache once for the
 // whole run rather than once per factor (each sub-block is a subspace all of them keep).
-void BlockOps(double* re, double* im, u64 size, const Op* first, const Op* last) {
-  auto low = [](const Op& op) {
-    return op.a < kL1Bits && (op.kind == Op::Single || op.b < kL1Bits);
-  };
+void BlockOps(double* re, double* im, u64 size, const Kernel* first, const Kernel* last) {
+  auto low = [](const Kernel& k) { return k.hi < kL1Bits; };
   const u64 sub = u64{1} << kL1Bits;
   while (first != last) {
     if (size <= sub || !low(*first)) {
       BlockOp(re, im, size, *first++);
       continue;
     }
-    const Op* end = first;
+    const Kernel* end = first;
     while (end != last && low(*end)) ++end;
     for (u64 base = 0; base < size; base += sub)
-      for (const Op* op = first; op != end; ++op) BlockOp(re + base, im + base, sub, *op);
+      for (const Kernel* k = first; k != end; ++k) BlockOp(re + base, im + base, sub, *k);
     first = end;
   }
 }
@@ -280,11 +422,6 @@ void BlockOps(double* re, double* im, u64 size, const Op* first, const Op* last)
 // group instead of a norm per pair and bit. Every loop keeps its own partial sums in lanes
 // and accumulators, so it vectorises without reassociating anything: the bits depend on the
 // block alone.
-typedef double V8 __attribute__((vector_size(8 * sizeof(double))));
-
-template <class V>
-inline void LoadV(V& v, const double* p) { std::memcpy(&v, p, sizeof v); }
-
 template <class V>
 inline double SumV(const V& v) {
   constexpr int kWidth = sizeof(V) / sizeof(double);
@@ -366,12 +503,6 @@ ORVEX_KERNEL void BlockPairPass(const double* re, const double* im, u64 size, u6
     PairPass<V4, kBits>(re, im, size, s, out);
 }
 
-#if defined(__clang__)
-#define ORVEX_SHUFFLE8(a, b, ...) __builtin_shufflevector(a, b, __VA_ARGS__)
-#else
-typedef long long V8i __attribute__((vector_size(8 * sizeof(long long))));
-#define ORVEX_SHUFFLE8(a, b, ...) __builtin_shuffle(a, b, (V8i){__VA_ARGS__})
-#endif
 
 // Bits 0, 1 and 2 (partners closer than a vector of eight) in one pass: each group of
 // sixteen amplitudes holds eight pairs of each bit, sorted into lanes by shuffles.
@@ -554,13 +685,24 @@ u64 TileBase(const Tile& t, u64 index) {
   return base;
 }
 
+// A thread's tile buffer, aligned like the state, so that the vector kernels never read a
+// vector across two cache lines.
 struct Buffer {
-  std::vector<double> re, im;
+  struct Free {
+    void operator()(double* p) const { std::free(p); }
+  };
+  std::unique_ptr<double[], Free> re, im;
+  u64 capacity = 0;
   void Fit(u64 size) {
-    if (re.size() < size) {
-      re.resize(size);
-      im.resize(size);
+    if (capacity >= size) return;
+    const u64 bytes = std::max<u64>(size * sizeof(double), 64);
+    re.reset(static_cast<double*>(std::aligned_alloc(64, bytes)));
+    im.reset(static_cast<double*>(std::aligned_alloc(64, bytes)));
+    if (!re || !im) {
+      capacity = 0;
+      throw std::bad_alloc();
     }
+    capacity = size;
   }
 };
 
@@ -727,10 +869,11 @@ struct OpsPlan::Impl {
   int qubits = 0;
   int tileBits = kTileBits;
   std::vector<Op> ops;      // one tile: the factors in order
+  std::vector<Kernel> kernels;
   std::size_t opsPerPiece = 1;
   struct Sweep {
     Tile tile;
-    std::vector<Op> local;  // the group's factors on the tile's local bits
+    std::vector<Kernel> local;  // the group's factors on the tile's local bits
     u64 tilesPerSlice = 1;
     std::size_t firstPiece = 0, slices = 1;
   };
@@ -748,18 +891,20 @@ OpsPlan::OpsPlan(int qubits, std::vector<Op> ops, int tileBits) {
     // nothing to apply
   } else if (qubits <= tileBits) {
     impl->ops = std::move(ops);
+    impl->kernels = Prepare(impl->ops);
     impl->opsPerPiece = std::max<std::size_t>(1, (std::size_t{1} << kPieceBits) >> qubits);
-    impl->pieces = (impl->ops.size() + impl->opsPerPiece - 1) / impl->opsPerPiece;
+    impl->pieces = (impl->kernels.size() + impl->opsPerPiece - 1) / impl->opsPerPiece;
   } else {
     const u64 tiles = u64{1} << (qubits - tileBits);
     for (const Group& g : planned.groups) {
       Impl::Sweep sweep{MakeTile(qubits, g.bits), {}};
+      std::vector<Op> local;
       for (const Op* op : g.ops) {
-        Op l = *op;
+        Op& l = local.emplace_back(*op);
         l.a = sweep.tile.localOf[op->a];
         if (op->kind == Op::Pair) l.b = sweep.tile.localOf[op->b];
-        sweep.local.push_back(l);
       }
+      sweep.local = Prepare(local);
       // The largest power of two of tiles within the piece's work, but at least eight tiles,
       // so that the threads share every piece (tile counts are powers of two, so the slices
       // divide the sweep).
@@ -796,8 +941,8 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     // a register this small over the threads costs more in gathers and hand-overs than it
     // gains.)
     const std::size_t from = piece * p.opsPerPiece;
-    const std::size_t to = std::min(p.ops.size(), from + p.opsPerPiece);
-    BlockOps(psi.Re(), psi.Im(), psi.Size(), p.ops.data() + from, p.ops.data() + to);
+    const std::size_t to = std::min(p.kernels.size(), from + p.opsPerPiece);
+    BlockOps(psi.Re(), psi.Im(), psi.Size(), p.kernels.data() + from, p.kernels.data() + to);
     return;
   }
   std::size_t s = 0;
@@ -820,10 +965,10 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     Buffer& buf = ThreadBuffer();
     buf.Fit(tileSize);
     const u64 base = TileBase(sweep.tile, first + k);
-    Gather(sweep.tile, base, re, im, buf.re.data(), buf.im.data());
-    BlockOps(buf.re.data(), buf.im.data(), tileSize, sweep.local.data(),
+    Gather(sweep.tile, base, re, im, buf.re.get(), buf.im.get());
+    BlockOps(buf.re.get(), buf.im.get(), tileSize, sweep.local.data(),
              sweep.local.data() + sweep.local.size());
-    Scatter(sweep.tile, base, re, im, buf.re.data(), buf.im.data());
+    Scatter(sweep.tile, base, re, im, buf.re.get(), buf.im.get());
   });
 }
 
@@ -937,9 +1082,9 @@ void Measurement::MeasurePiece(const For& policy, const StateVector& psi, std::s
     }
     Buffer& buf = ThreadBuffer();
     buf.Fit(size);
-    Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.data(),
-           buf.im.data());
-    BlockPairPasses(buf.re.data(), buf.im.data(), size, layout.width - layout.count,
+    Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.get(),
+           buf.im.get());
+    BlockPairPasses(buf.re.get(), buf.im.get(), size, layout.width - layout.count,
                     layout.width, out);
   });
 }

@@ -95,6 +95,32 @@ TYPED_TEST(KernelPolicy, LiteralAndTiledSweepsMatchDenseApplication) {
   }
 }
 
+// Field factors join the pair factors next to them, and pair factors on the same two qubits
+// join each other, into one 4x4 per pass where both bits are above a vector. Sequences
+// where the order of that product matters: a field before and after its pair, a pair after
+// a joined pair on the same qubits (bits in either order), a field that must stay apart
+// because its next pair has a bit inside a vector.
+TEST(TiledSweeps, JoinedFactorsKeepTheOrderOfTheProduct) {
+  const int n = 9;
+  auto f = [](int bit, double t) { return FieldFactor(bit, 0.3 + t, -0.7, 0.5 * t, 0.9); };
+  auto p = [](int a, int b, double t) { return PairFactor(a, b, 1.1, -0.4 + t, 0.6, 0.8); };
+  const std::vector<std::vector<Op>> lists = {
+      {f(4, 0), p(4, 7, 0), p(7, 4, 1), f(7, 1)},
+      {f(7, 0), f(7, 1), p(4, 7, 0), f(4, 2), p(4, 7, 1), f(7, 3), f(5, 0), p(5, 4, 2)},
+      {f(2, 0), f(6, 1), p(2, 6, 0), f(6, 2), p(3, 6, 1), f(2, 3), f(3, 4)},
+  };
+  for (std::size_t k = 0; k < lists.size(); ++k) {
+    const auto psi0 = RandomAmps(n, 40 + static_cast<unsigned>(k));
+    std::vector<Amp> dense = psi0;
+    for (const Op& op : lists[k]) ApplyDense(dense, op);
+    StateVector psi;
+    ASSERT_TRUE(psi.Allocate(n));
+    Load(psi, psi0);
+    ApplyOps(SequentialFor(), psi, lists[k]);
+    EXPECT_LT(MaxDiff(psi, dense), 1e-12) << k;
+  }
+}
+
 // A chain's sub-step: fields, pairs up, pairs down, fields.
 std::vector<Op> ChainStep(int n) {
   std::vector<Op> ops;
