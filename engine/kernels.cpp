@@ -423,7 +423,7 @@ void BlockOps(double* re, double* im, u64 size, const Kernel* first, const Kerne
 // and accumulators, so it vectorises without reassociating anything: the bits depend on the
 // block alone.
 template <class V>
-inline double SumV(const V& v) {
+__attribute__((always_inline)) inline double SumV(const V& v) {
   constexpr int kWidth = sizeof(V) / sizeof(double);
   double lanes[kWidth];
   std::memcpy(lanes, &v, sizeof v);
