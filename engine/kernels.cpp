@@ -169,21 +169,8 @@ void Cross(double* re, double* im, u64 positions, int b1, int b2, u64 dx, u64 dy
   CrossPass<kMask>(re, im, positions, m1, m2, dx, dy, cx, cy);
 }
 
-// Blocks too small for the vector kernels (registers of up to four qubits).
-constexpr u64 kMinVectorBlock = 32;
-
-void BlockOpSmall(double* re, double* im, u64 size, const Op& op) {
-  const u64 sa = u64{1} << op.a, sb = op.kind == Op::Pair ? u64{1} << op.b : 0;
-  for (u64 i = 0; i < size; ++i) {
-    if (i & (sa | sb)) continue;
-    if (op.kind == Op::Single) {
-      Rotate(re[i], im[i], re[i | sa], im[i | sa], op.m.data());
-    } else {
-      Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], op.m.data());
-      Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], op.m.data() + 4);
-    }
-  }
-}
+// The smallest block of the vector kernels (every tile is at least this large).
+constexpr int kMinVectorBits = 5;
 
 // A general 4x4 factor on bits lo < hi, both above a vector: the four runs of each position
 // (bits lo, hi = 00, 10, 01, 11) in and out at once. q: the matrix, row-major, rows and
@@ -222,14 +209,85 @@ ORVEX_KERNEL void QuadPass(double* re, double* im, u64 positions, u64 m1, u64 m2
   }
 }
 
+// (or, oi) += c v lane by lane, c read from (re[8], im[8]) at p.
+__attribute__((always_inline)) inline void LaneMulAdd(V8& outR, V8& outI, const double* p,
+                                                      const V8& vr, const V8& vi) {
+  V8 cr, ci;
+  LoadV(cr, p);
+  LoadV(ci, p + 8);
+  outR += cr * vr;
+  outR -= ci * vi;
+  outI += cr * vi;
+  outI += ci * vr;
+}
+
+// A general 4x4 factor on two bits inside a vector: lane k takes the lanes k, k ^ lo, k ^ hi
+// and k ^ (lo | hi), each with coefficients per lane (c: four (re[8], im[8]) in that order).
+template <int kLo, int kHi>
+ORVEX_KERNEL void InVectorQuad(double* re, double* im, u64 size, const double* c) {
+  for (u64 g = 0; g < size; g += 8) {
+    V8 v[2][4];
+    LoadV(v[0][0], re + g);
+    LoadV(v[1][0], im + g);
+    for (int part = 0; part < 2; ++part) {
+      XorLanes<kLo>(v[part][0], v[part][1]);
+      XorLanes<kHi>(v[part][0], v[part][2]);
+      XorLanes<kLo | kHi>(v[part][0], v[part][3]);
+    }
+    V8 outR = {}, outI = {};
+    for (int d = 0; d < 4; ++d) LaneMulAdd(outR, outI, c + 16 * d, v[0][d], v[1][d]);
+    StoreV(re + g, outR);
+    StoreV(im + g, outI);
+  }
+}
+
+// A general 4x4 factor on bit lo inside a vector and bit hi above it: x (bit hi clear) and
+// y (set) each take x, x with lanes k ^ lo, y and y with lanes k ^ lo, with coefficients per
+// lane (c: those four for x, then for y). The positions insert a zero at hi (mask m).
+template <int kLo>
+ORVEX_KERNEL void CrossQuad(double* re, double* im, u64 positions, u64 m, u64 sh,
+                            const double* c) {
+  for (u64 j = 0; j < positions; j += 8) {
+    const u64 k = ((j & ~m) << 1) | (j & m);
+    V8 v[2][4];  // re, im of x, x flipped, y, y flipped
+    LoadV(v[0][0], re + k);
+    LoadV(v[1][0], im + k);
+    LoadV(v[0][2], re + k + sh);
+    LoadV(v[1][2], im + k + sh);
+    for (int part = 0; part < 2; ++part) {
+      XorLanes<kLo>(v[part][0], v[part][1]);
+      XorLanes<kLo>(v[part][2], v[part][3]);
+    }
+    V8 outR[2] = {}, outI[2] = {};
+    for (int o = 0; o < 2; ++o)
+      for (int d = 0; d < 4; ++d)
+        LaneMulAdd(outR[o], outI[o], c + 16 * (4 * o + d), v[0][d], v[1][d]);
+    StoreV(re + k, outR[0]);
+    StoreV(im + k, outI[0]);
+    StoreV(re + k + sh, outR[1]);
+    StoreV(im + k + sh, outI[1]);
+  }
+}
+
 using Mat4 = std::array<Amp, 16>;  // row-major, rows and columns |bit lo + 2 bit hi>
 
-Mat4 Times(const Mat4& x, const Mat4& y) {
-  Mat4 r{};
+ORVEX_KERNEL Mat4 Times(const Mat4& x, const Mat4& y) {
+  // Plain real arithmetic: the library's complex product checks every result for the
+  // infinities of C's annex G, which costs more than the product here.
+  double r[32] = {};
   for (int i = 0; i < 4; ++i)
-    for (int k = 0; k < 4; ++k)
-      for (int j = 0; j < 4; ++j) r[4 * i + j] += x[4 * i + k] * y[4 * k + j];
-  return r;
+    for (int k = 0; k < 4; ++k) {
+      const double fr = x[4 * i + k].real(), fi = x[4 * i + k].imag();
+      if (fr == 0 && fi == 0) continue;  // the factors are mostly zeros
+      for (int j = 0; j < 4; ++j) {
+        const double yr = y[4 * k + j].real(), yi = y[4 * k + j].imag();
+        r[2 * (4 * i + j)] += fr * yr - fi * yi;
+        r[2 * (4 * i + j) + 1] += fr * yi + fi * yr;
+      }
+    }
+  Mat4 m;
+  for (int i = 0; i < 16; ++i) m[i] = Amp(r[2 * i], r[2 * i + 1]);
+  return m;
 }
 
 // A single-qubit factor (m: 2x2) on the lower (which = 0) or upper bit of a pair, as a 4x4.
@@ -242,14 +300,16 @@ Mat4 OnOneBit(const std::array<Amp, 4>& m, int which) {
   return r;
 }
 
-// A factor made ready for the block kernels once, rather than on every block: its bits, the
-// rows of its lanes, or, for a product of factors on two bits above a vector, its 4x4.
+// A factor made ready for the block kernels once, rather than on every block: its bits and
+// the rows of its lanes, or, for a product of factors on two bits, its 4x4 and the lanes'
+// coefficients of that.
 struct Kernel {
   Op op;
   int lo = 0, hi = 0;
   bool quad = false;
-  alignas(64) double q[32] = {};  // quad: the 4x4 as for QuadPass
-  LaneMix x, y;                   // the lanes of the vectors x and y (see BlockOp)
+  Mat4 m4{};                    // quad: the 4x4 (as (re, im) pairs, QuadPass's layout)
+  LaneMix x, y;                 // the lanes of the vectors x and y (see BlockOp)
+  alignas(64) double c[128];    // quad with bit lo inside a vector: see InVectorQuad, CrossQuad
 
   explicit Kernel(const Op& f) : op(f) {
     const bool pair = op.kind == Op::Pair;
@@ -263,59 +323,69 @@ struct Kernel {
       y = MixOf(op, [&](int k) { return At((static_cast<u64>(k) & sl) | sh); });
     }
   }
-  Kernel(int bitLo, int bitHi, const Mat4& m) : lo(bitLo), hi(bitHi), quad(true) {
+  Kernel(int bitLo, int bitHi, const Mat4& m) : lo(bitLo), hi(bitHi), quad(true), m4(m) {
     op.kind = Op::Pair, op.a = lo, op.b = hi;
-    for (int i = 0; i < 16; ++i) q[2 * i] = m[i].real(), q[2 * i + 1] = m[i].imag();
+    if (lo >= 3) return;
+    // Lane k's coefficient of source d, for each output vector.
+    auto set = [&](int slot, int k, Amp v) {
+      c[16 * slot + k] = v.real();
+      c[16 * slot + 8 + k] = v.imag();
+    };
+    for (int k = 0; k < 8; ++k) {
+      const int l = k >> lo & 1;
+      if (hi < 3) {
+        const int r = l + 2 * (k >> hi & 1);
+        for (int d = 0; d < 4; ++d) set(d, k, m4[4 * r + (r ^ d)]);
+      } else {
+        for (int o = 0; o < 2; ++o)
+          for (int d = 0; d < 4; ++d)
+            set(4 * o + d, k, m4[4 * (l + 2 * o) + ((l ^ (d & 1)) + 2 * (d >> 1))]);
+      }
+    }
   }
   u64 Sa() const { return u64{1} << op.a; }
   u64 Sb() const { return op.kind == Op::Pair ? u64{1} << op.b : 0; }
   // The values of (bit a, bit b) of the amplitude at index i.
   std::pair<bool, bool> At(u64 i) const { return {(i & Sa()) != 0, (i & Sb()) != 0}; }
-  // The factor as a 4x4 on (lo, hi).
-  Mat4 Matrix() const {
-    if (quad) {
-      Mat4 m;
-      for (int i = 0; i < 16; ++i) m[i] = Amp(q[2 * i], q[2 * i + 1]);
-      return m;
-    }
-    Mat4 m{};
-    for (int r = 0; r < 4; ++r) {
-      const u64 i = (r & 1 ? u64{1} << lo : 0) | (r & 2 ? u64{1} << hi : 0);
-      const auto [va, vb] = At(i);
-      Amp d, o;
-      RowOf(op, va, vb, d, o);
-      m[4 * r + r] = d;
-      m[4 * r + (r ^ 3)] = o;
-    }
-    return m;
-  }
 };
 
-// The kernels of a factor list. A single-qubit factor joins a neighbouring pair factor whose
-// bits are both above a vector (factors on other qubits in between commute with it), and
-// such a pair factor joins the one before it on the same two bits: one 4x4 pass instead of
-// two or three passes of 2x2 blocks. The product is the list's, up to rounding.
+// A pair factor as a 4x4 on (lo, hi) = its lower and upper bit.
+Mat4 PairMatrix(const Op& op) {
+  const int lo = std::min(op.a, op.b), hi = std::max(op.a, op.b);
+  Mat4 m{};
+  for (int r = 0; r < 4; ++r) {
+    const bool vlo = r & 1, vhi = r & 2;
+    Amp d, o;
+    RowOf(op, lo == op.a ? vlo : vhi, lo == op.a ? vhi : vlo, d, o);
+    m[4 * r + r] = d;
+    m[4 * r + (r ^ 3)] = o;
+  }
+  return m;
+}
+
+// The kernels of a factor list. A single-qubit factor joins a neighbouring pair factor
+// (factors on other qubits in between commute with it), and a pair factor joins the one
+// before it on the same two bits: one 4x4 pass instead of two or three passes of 2x2 blocks.
+// The product is the list's, up to rounding.
 std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
-  std::vector<Kernel> out;
+  struct Joined {
+    Op op;              // a factor of the list (bits a, b)
+    bool quad = false;  // or a product of factors, m on its lower and upper bit
+    Mat4 m{};
+    Mat4 Matrix() const { return quad ? m : PairMatrix(op); }
+  };
+  std::vector<Joined> out;
   out.reserve(ops.size());
   constexpr int kBits = 64;
   std::array<std::array<Amp, 4>, kBits> pending;  // single-qubit factors not yet placed
   std::array<bool, kBits> has{};
   std::array<int, kBits> last;                     // the last kernel on each bit
   last.fill(-1);
-  auto fusable = [](const Kernel& k) { return k.op.kind == Op::Pair && k.lo >= 3; };
-  auto take = [&](Kernel& k, int bit, bool after) {
-    // Pending factor on `bit` into k, before it (the pair comes later in the list) or after.
-    const Mat4 s = OnOneBit(pending[bit], bit == k.lo ? 0 : 1);
-    k = Kernel(k.lo, k.hi, after ? Times(s, k.Matrix()) : Times(k.Matrix(), s));
-    has[bit] = false;
-  };
-  auto place = [&](int bit) {
-    Op single;
-    single.a = bit;
-    std::copy(pending[bit].begin(), pending[bit].end(), single.m.begin());
-    out.emplace_back(single);
-    last[bit] = static_cast<int>(out.size()) - 1;
+  auto take = [&](Joined& j, int bit, bool after) {
+    // Pending factor on `bit` into j, before it (the pair comes later in the list) or after.
+    const Mat4 s = OnOneBit(pending[bit], bit == std::min(j.op.a, j.op.b) ? 0 : 1);
+    j.m = after ? Times(s, j.Matrix()) : Times(j.Matrix(), s);
+    j.quad = true;
     has[bit] = false;
   };
   for (const Op& op : ops) {
@@ -330,40 +400,75 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
       has[op.a] = true;
       continue;
     }
-    Kernel k(op);
-    if (!fusable(k)) {
-      if (has[op.a]) place(op.a);
-      if (has[op.b]) place(op.b);
-    } else {
-      const int prev = last[op.a];
-      if (prev >= 0 && prev == last[op.b] && !has[op.a] && !has[op.b]) {
-        Kernel& p = out[static_cast<std::size_t>(prev)];
-        p = Kernel(p.lo, p.hi, Times(k.Matrix(), p.Matrix()));
-        continue;
-      }
-      if (has[op.a]) take(k, op.a, false);
-      if (has[op.b]) take(k, op.b, false);
+    const int prev = last[op.a];
+    if (prev >= 0 && prev == last[op.b] && !has[op.a] && !has[op.b]) {
+      Joined& p = out[static_cast<std::size_t>(prev)];
+      p.m = Times(PairMatrix(op), p.Matrix());
+      p.quad = true;
+      continue;
     }
-    out.push_back(k);
+    Joined& j = out.emplace_back();
+    j.op = op;
+    if (has[op.a]) take(j, op.a, false);
+    if (has[op.b]) take(j, op.b, false);
     last[op.a] = last[op.b] = static_cast<int>(out.size()) - 1;
   }
   for (int bit = 0; bit < kBits; ++bit) {
     if (!has[bit]) continue;
-    if (last[bit] >= 0 && fusable(out[static_cast<std::size_t>(last[bit])]))
+    if (last[bit] >= 0) {
       take(out[static_cast<std::size_t>(last[bit])], bit, true);
-    else
-      place(bit);
+    } else {
+      Joined& j = out.emplace_back();
+      j.op.a = bit;
+      std::copy(pending[bit].begin(), pending[bit].end(), j.op.m.begin());
+    }
   }
-  return out;
+  std::vector<Kernel> kernels;
+  kernels.reserve(out.size());
+  for (const Joined& j : out) {
+    if (j.quad)
+      kernels.emplace_back(std::min(j.op.a, j.op.b), std::max(j.op.a, j.op.b), j.m);
+    else
+      kernels.emplace_back(j.op);
+  }
+  return kernels;
+}
+
+// Blocks too small for the vector kernels (registers of up to four qubits) take the
+// factors as they are, without kernels: there is nothing to gain from joining them.
+void BlockOpSmall(double* re, double* im, u64 size, const Op& op) {
+  const u64 sa = u64{1} << op.a, sb = op.kind == Op::Pair ? u64{1} << op.b : 0;
+  for (u64 i = 0; i < size; ++i) {
+    if (i & (sa | sb)) continue;
+    if (op.kind == Op::Single) {
+      Rotate(re[i], im[i], re[i | sa], im[i | sa], op.m.data());
+    } else {
+      Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], op.m.data());
+      Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], op.m.data() + 4);
+    }
+  }
 }
 
 void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
-  // (A quad's bits are above a vector, so its blocks are never small.)
-  if (size < kMinVectorBlock) return BlockOpSmall(re, im, size, k.op);
   const u64 sa = k.Sa(), sb = k.Sb();
   if (k.quad) {
-    const u64 m1 = (u64{1} << k.lo) - 1, m2 = (u64{1} << k.hi) - 1;
-    return QuadPass(re, im, size / 4, m1, m2, u64{1} << k.lo, u64{1} << k.hi, k.q);
+    const u64 sl = u64{1} << k.lo, sh = u64{1} << k.hi;
+    if (k.hi < 3) {
+      switch (sl | sh) {
+        case 3: return InVectorQuad<1, 2>(re, im, size, k.c);
+        case 5: return InVectorQuad<1, 4>(re, im, size, k.c);
+        default: return InVectorQuad<2, 4>(re, im, size, k.c);
+      }
+    }
+    if (k.lo < 3) {
+      switch (sl) {
+        case 1: return CrossQuad<1>(re, im, size / 2, sh - 1, sh, k.c);
+        case 2: return CrossQuad<2>(re, im, size / 2, sh - 1, sh, k.c);
+        default: return CrossQuad<4>(re, im, size / 2, sh - 1, sh, k.c);
+      }
+    }
+    return QuadPass(re, im, size / 4, sl - 1, sh - 1, sl, sh,
+                    reinterpret_cast<const double*>(k.m4.data()));
   }
   if (k.hi < 3) {
     switch (sa | sb) {
@@ -845,7 +950,8 @@ TilePlan PlanTiles(int qubits, const std::vector<Op>& ops, int tileBits) {
     }
     return best;
   }
-  if (tileBits == kChosenTile) tileBits = kTileBits;
+  // Tiles are never smaller than the vector kernels' blocks.
+  tileBits = tileBits == kChosenTile ? kTileBits : std::max(tileBits, kMinVectorBits);
   if (qubits <= tileBits) return {tileBits, {}};
   return {tileBits, PlanGroups(qubits, ops, tileBits)};
 }
@@ -891,9 +997,10 @@ OpsPlan::OpsPlan(int qubits, std::vector<Op> ops, int tileBits) {
     // nothing to apply
   } else if (qubits <= tileBits) {
     impl->ops = std::move(ops);
-    impl->kernels = Prepare(impl->ops);
+    if (qubits >= kMinVectorBits) impl->kernels = Prepare(impl->ops);
+    const std::size_t count = qubits >= kMinVectorBits ? impl->kernels.size() : impl->ops.size();
     impl->opsPerPiece = std::max<std::size_t>(1, (std::size_t{1} << kPieceBits) >> qubits);
-    impl->pieces = (impl->kernels.size() + impl->opsPerPiece - 1) / impl->opsPerPiece;
+    impl->pieces = (count + impl->opsPerPiece - 1) / impl->opsPerPiece;
   } else {
     const u64 tiles = u64{1} << (qubits - tileBits);
     for (const Group& g : planned.groups) {
@@ -941,6 +1048,11 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     // a register this small over the threads costs more in gathers and hand-overs than it
     // gains.)
     const std::size_t from = piece * p.opsPerPiece;
+    if (p.qubits < kMinVectorBits) {
+      const std::size_t to = std::min(p.ops.size(), from + p.opsPerPiece);
+      for (std::size_t k = from; k < to; ++k) BlockOpSmall(psi.Re(), psi.Im(), psi.Size(), p.ops[k]);
+      return;
+    }
     const std::size_t to = std::min(p.kernels.size(), from + p.opsPerPiece);
     BlockOps(psi.Re(), psi.Im(), psi.Size(), p.kernels.data() + from, p.kernels.data() + to);
     return;
