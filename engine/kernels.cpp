@@ -349,6 +349,20 @@ struct Kernel {
   std::pair<bool, bool> At(u64 i) const { return {(i & Sa()) != 0, (i & Sb()) != 0}; }
 };
 
+// Kernel lists take a few KiB per factor. A thread keeps the storage of the largest list it
+// let go (Recycle) for the next one it prepares, rather than have fresh pages zeroed and
+// mapped for every plan.
+std::vector<Kernel>& SpareKernels() {
+  thread_local std::vector<Kernel> spare;
+  return spare;
+}
+
+void Recycle(std::vector<Kernel>& kernels) {
+  if (kernels.capacity() <= SpareKernels().capacity()) return;
+  kernels.clear();
+  SpareKernels().swap(kernels);
+}
+
 // A pair factor as a 4x4 on (lo, hi) = its lower and upper bit.
 Mat4 PairMatrix(const Op& op) {
   const int lo = std::min(op.a, op.b), hi = std::max(op.a, op.b);
@@ -374,8 +388,8 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
     Mat4 m{};
     Mat4 Matrix() const { return quad ? m : PairMatrix(op); }
   };
-  std::vector<Joined> out;
-  out.reserve(ops.size());
+  thread_local std::vector<Joined> out;  // kept, with its pages, for the next list
+  out.clear();
   constexpr int kBits = 64;
   std::array<std::array<Amp, 4>, kBits> pending;  // single-qubit factors not yet placed
   std::array<bool, kBits> has{};
@@ -424,6 +438,8 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
     }
   }
   std::vector<Kernel> kernels;
+  kernels.swap(SpareKernels());
+  kernels.clear();
   kernels.reserve(out.size());
   for (const Joined& j : out) {
     if (j.quad)
@@ -985,6 +1001,11 @@ struct OpsPlan::Impl {
   };
   std::vector<Sweep> sweeps;
   std::size_t pieces = 0;
+
+  ~Impl() {
+    Recycle(kernels);
+    for (Sweep& sweep : sweeps) Recycle(sweep.local);
+  }
 };
 
 OpsPlan::OpsPlan(int qubits, std::vector<Op> ops, int tileBits) {
