@@ -65,7 +65,8 @@ __attribute__((always_inline)) inline void XorLanes(const V8& v, V8& to) {
 // factor's partner differs in its bit, a pair factor's in both bits (|00> with |11>, |01>
 // with |10>). So all kernels are one update lane by lane, v <- d v + o w, with w the lanes of
 // the partners and (d, o) the amplitude's row of its 2x2 block.
-// Plain arrays, read into vectors inside the kernels: a vector type's alignment depends on
+//
+// The rows are plain arrays, read into vectors inside the kernels: a vector type's alignment depends on
 // the instruction set a function is compiled for, and the kernels are compiled for several.
 struct alignas(64) LaneMix {
   double dr[8], di[8], or_[8], oi[8];
@@ -173,7 +174,7 @@ void Cross(double* re, double* im, u64 positions, int b1, int b2, u64 dx, u64 dy
 constexpr int kMinVectorBits = 5;
 
 // A general 4x4 factor on bits lo < hi, both above a vector: the four runs of each position
-// (bits lo, hi = 00, 10, 01, 11) in and out at once. q: the matrix, row-major, rows and
+// (neither bit, bit lo, bit hi, both) in and out at once. q: the matrix, row-major, rows and
 // columns |bit lo + 2 bit hi>, as (re, im) pairs.
 ORVEX_KERNEL void QuadPass(double* re, double* im, u64 positions, u64 m1, u64 m2, u64 sl,
                            u64 sh, const double* q) {
@@ -365,7 +366,7 @@ void Recycle(std::vector<Kernel>& kernels) {
 
 // A pair factor as a 4x4 on (lo, hi) = its lower and upper bit.
 Mat4 PairMatrix(const Op& op) {
-  const int lo = std::min(op.a, op.b), hi = std::max(op.a, op.b);
+  const int lo = std::min(op.a, op.b);
   Mat4 m{};
   for (int r = 0; r < 4; ++r) {
     const bool vlo = r & 1, vhi = r & 2;
