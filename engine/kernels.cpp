@@ -833,24 +833,54 @@ Buffer& ThreadBuffer() {
   return buffer;
 }
 
+// Copies runs of `len` doubles (a power of two) between the state, at offsets, and a
+// tile buffer, real and imaginary parts in one loop of whole vectors: the runs are short, so
+// a library copy per run costs more in calls than in data.
+template <bool kIn>
+ORVEX_KERNEL void CopyRuns(const u64* offsets, u64 runs, u64 len, double* re, double* im,
+                           double* bre, double* bim) {
+  for (u64 r = 0; r < runs; ++r) {
+    double* sr = re + offsets[r];
+    double* si = im + offsets[r];
+    double* br = bre + r * len;
+    double* bi = bim + r * len;
+    if (len < 8) {  // tiles of tiny registers
+      if constexpr (kIn) {
+        std::copy(sr, sr + len, br);
+        std::copy(si, si + len, bi);
+      } else {
+        std::copy(br, br + len, sr);
+        std::copy(bi, bi + len, si);
+      }
+      continue;
+    }
+    for (u64 k = 0; k < len; k += 8) {
+      V8 a, b;
+      if constexpr (kIn) {
+        LoadV(a, sr + k);
+        LoadV(b, si + k);
+        StoreV(br + k, a);
+        StoreV(bi + k, b);
+      } else {
+        LoadV(a, br + k);
+        LoadV(b, bi + k);
+        StoreV(sr + k, a);
+        StoreV(si + k, b);
+      }
+    }
+  }
+}
+
 void Gather(const Tile& t, u64 base, const double* re, const double* im, double* bre,
             double* bim) {
-  const u64 len = u64{1} << t.run;
-  for (u64 r = 0; r < t.runOffset.size(); ++r) {
-    const u64 from = base + t.runOffset[r];
-    std::copy(re + from, re + from + len, bre + r * len);
-    std::copy(im + from, im + from + len, bim + r * len);
-  }
+  CopyRuns<true>(t.runOffset.data(), t.runOffset.size(), u64{1} << t.run,
+                 const_cast<double*>(re + base), const_cast<double*>(im + base), bre, bim);
 }
 
 void Scatter(const Tile& t, u64 base, double* re, double* im, const double* bre,
              const double* bim) {
-  const u64 len = u64{1} << t.run;
-  for (u64 r = 0; r < t.runOffset.size(); ++r) {
-    const u64 to = base + t.runOffset[r];
-    std::copy(bre + r * len, bre + (r + 1) * len, re + to);
-    std::copy(bim + r * len, bim + (r + 1) * len, im + to);
-  }
+  CopyRuns<false>(t.runOffset.data(), t.runOffset.size(), u64{1} << t.run, re + base, im + base,
+                  const_cast<double*>(bre), const_cast<double*>(bim));
 }
 
 // Amplitudes per task of the literal sweeps.
