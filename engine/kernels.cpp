@@ -66,8 +66,9 @@ __attribute__((always_inline)) inline void XorLanes(const V8& v, V8& to) {
 // with |10>). So all kernels are one update lane by lane, v <- d v + o w, with w the lanes of
 // the partners and (d, o) the amplitude's row of its 2x2 block.
 //
-// The rows are plain arrays, read into vectors inside the kernels: a vector type's alignment depends on
-// the instruction set a function is compiled for, and the kernels are compiled for several.
+// The rows are plain arrays, read into vectors inside the kernels: a vector type's
+// alignment depends on the instruction set a function is compiled for, and the kernels are
+// compiled for several.
 struct alignas(64) LaneMix {
   double dr[8], di[8], or_[8], oi[8];
 };
@@ -518,9 +519,10 @@ void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
 // Sub-blocks of 2^kL1Bits amplitudes (32 KiB) stay in a core's first-level cache.
 constexpr int kL1Bits = 11;
 
-// Applies ops[first, last) to a block in order. A run of factors on bits below kL1Bits is
-// applied sub-block by sub-block, so the block is read from the outer cache once for the
-// whole run rather than once per factor (each sub-block is a subspace all of them keep).
+// Applies the kernels [first, last) to a block in order. A run of kernels on bits below
+// kL1Bits is applied sub-block by sub-block, so the block is read from the outer cache once
+// for the whole run rather than once per kernel (each sub-block is a subspace all of them
+// keep).
 void BlockOps(double* re, double* im, u64 size, const Kernel* first, const Kernel* last) {
   auto low = [](const Kernel& k) { return k.hi < kL1Bits; };
   const u64 sub = u64{1} << kL1Bits;
@@ -1102,7 +1104,8 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     const std::size_t from = piece * p.opsPerPiece;
     if (p.qubits < kMinVectorBits) {
       const std::size_t to = std::min(p.ops.size(), from + p.opsPerPiece);
-      for (std::size_t k = from; k < to; ++k) BlockOpSmall(psi.Re(), psi.Im(), psi.Size(), p.ops[k]);
+      for (std::size_t k = from; k < to; ++k)
+        BlockOpSmall(psi.Re(), psi.Im(), psi.Size(), p.ops[k]);
       return;
     }
     const std::size_t to = std::min(p.kernels.size(), from + p.opsPerPiece);
