@@ -24,6 +24,16 @@ Op FieldFactor(int bit, double hx, double hy, double hz, double theta) {
   return op;
 }
 
+Op Then(const Op& earlier, const Op& later) {
+  Op op = earlier;
+  const auto& f = later.m;
+  const auto& m = earlier.m;
+  op.m = {f[0] * m[0] + f[1] * m[2], f[0] * m[1] + f[1] * m[3],
+          f[2] * m[0] + f[3] * m[2], f[2] * m[1] + f[3] * m[3],
+          Amp(), Amp(), Amp(), Amp()};
+  return op;
+}
+
 Op PairFactor(int bitA, int bitB, double jx, double jy, double jz, double theta) {
   Op op;
   op.kind = Op::Pair;

@@ -31,6 +31,10 @@ Op FieldFactor(int bit, double hx, double hy, double hz, double theta);
 // exp(-i theta H_p) with H_p = -(Jx sx sx + Jy sy sy + Jz sz sz)/4 on bits a < b.
 Op PairFactor(int bitA, int bitB, double jx, double jy, double jz, double theta);
 
+// The single-qubit factor `later` after `earlier` on the same bit: their product
+// later * earlier, as one factor.
+Op Then(const Op& earlier, const Op& later);
+
 // Applies `op` to a plain dense vector of 2^n amplitudes (reference and small-state use).
 void ApplyDense(std::vector<Amp>& psi, const Op& op);
 

@@ -292,8 +292,9 @@ ORVEX_KERNEL Mat4 Times(const Mat4& x, const Mat4& y) {
   return m;
 }
 
-// A single-qubit factor (m: 2x2) on the lower (which = 0) or upper bit of a pair, as a 4x4.
-Mat4 OnOneBit(const std::array<Amp, 4>& m, int which) {
+// A single-qubit factor on the lower (which = 0) or upper bit of a pair, as a 4x4.
+Mat4 OnOneBit(const Op& single, int which) {
+  const auto& m = single.m;
   Mat4 r{};
   for (int i = 0; i < 4; ++i)
     for (int j = 0; j < 4; ++j)
@@ -393,9 +394,9 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
   thread_local std::vector<Joined> out;  // kept, with its pages, for the next list
   out.clear();
   constexpr int kBits = 64;
-  std::array<std::array<Amp, 4>, kBits> pending;  // single-qubit factors not yet placed
+  std::array<Op, kBits> pending;  // single-qubit factors not yet placed
   std::array<bool, kBits> has{};
-  std::array<int, kBits> last;                     // the last kernel on each bit
+  std::array<int, kBits> last;    // the last kernel on each bit
   last.fill(-1);
   auto take = [&](Joined& j, int bit, bool after) {
     // Pending factor on `bit` into j, before it (the pair comes later in the list) or after.
@@ -406,13 +407,7 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
   };
   for (const Op& op : ops) {
     if (op.kind == Op::Single) {
-      std::array<Amp, 4> m{op.m[0], op.m[1], op.m[2], op.m[3]};
-      if (has[op.a]) {
-        const auto& p = pending[op.a];
-        m = {op.m[0] * p[0] + op.m[1] * p[2], op.m[0] * p[1] + op.m[1] * p[3],
-             op.m[2] * p[0] + op.m[3] * p[2], op.m[2] * p[1] + op.m[3] * p[3]};
-      }
-      pending[op.a] = m;
+      pending[op.a] = has[op.a] ? Then(pending[op.a], op) : op;
       has[op.a] = true;
       continue;
     }
@@ -434,9 +429,7 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
     if (last[bit] >= 0) {
       take(out[static_cast<std::size_t>(last[bit])], bit, true);
     } else {
-      Joined& j = out.emplace_back();
-      j.op.a = bit;
-      std::copy(pending[bit].begin(), pending[bit].end(), j.op.m.begin());
+      out.emplace_back().op = pending[bit];
     }
   }
   std::vector<Kernel> kernels;

@@ -18,11 +18,7 @@ void FactorList::Field(int bit, double hx, double hy, double hz, double angle) {
       s.angle += angle;
       ops_[i] = FieldFactor(bit, hx, hy, hz, s.angle);
     } else {
-      const Op f = FieldFactor(bit, hx, hy, hz, angle);
-      const auto& m = ops_[i].m;
-      ops_[i].m = {f.m[0] * m[0] + f.m[1] * m[2], f.m[0] * m[1] + f.m[1] * m[3],
-                   f.m[2] * m[0] + f.m[3] * m[2], f.m[2] * m[1] + f.m[3] * m[3],
-                   Amp(), Amp(), Amp(), Amp()};
+      ops_[i] = Then(ops_[i], FieldFactor(bit, hx, hy, hz, angle));
       s.pure = false;
     }
     return;
