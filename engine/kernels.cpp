@@ -571,33 +571,25 @@ __attribute__((always_inline)) inline void PairPass(const double* __restrict re,
     LoadV(ai, im + k);
     LoadV(br, re + k + s);
     LoadV(bi, im + k + s);
+    // conj(x) y of a pair of runs: its real products into x[0..1], its imaginary into y[0..1].
+    auto pair = [](V* x, V* y, const V& xr, const V& xi, const V& yr, const V& yi) {
+      x[0] += xr * yr;
+      x[1] += xi * yi;
+      y[0] += xr * yi;
+      y[1] -= xi * yr;
+    };
     if constexpr (kBits == 1) {
-      acc[0] += ar * br;
-      acc[1] += ai * bi;
-      acc[2] += ar * bi;
-      acc[3] -= ai * br;
+      pair(acc, acc + 2, ar, ai, br, bi);
     } else {
       V cr, ci, dr, di;
       LoadV(cr, re + k + 2 * s);
       LoadV(ci, im + k + 2 * s);
       LoadV(dr, re + k + 3 * s);
       LoadV(di, im + k + 3 * s);
-      acc[0] += ar * br;
-      acc[1] += ai * bi;
-      acc[2] += cr * dr;
-      acc[3] += ci * di;
-      acc[4] += ar * bi;
-      acc[5] -= ai * br;
-      acc[6] += cr * di;
-      acc[7] -= ci * dr;
-      acc[8] += ar * cr;
-      acc[9] += ai * ci;
-      acc[10] += br * dr;
-      acc[11] += bi * di;
-      acc[12] += ar * ci;
-      acc[13] -= ai * cr;
-      acc[14] += br * di;
-      acc[15] -= bi * dr;
+      pair(acc, acc + 4, ar, ai, br, bi);
+      pair(acc + 2, acc + 6, cr, ci, dr, di);
+      pair(acc + 8, acc + 12, ar, ai, cr, ci);
+      pair(acc + 10, acc + 14, br, bi, dr, di);
     }
   }
   // Each sum's accumulators, added pairwise: sx, sy of the first bit, then of the second.
