@@ -33,6 +33,17 @@ inline void Rotate(double& ar, double& ai, double& br, double& bi, const Amp* m)
   bi = m[2].real() * xi + m[2].imag() * xr + m[3].real() * yi + m[3].imag() * yr;
 }
 
+// The factor on the amplitude at index i, whose bits of the factor are clear, and on its
+// partners (sa, sb: the masks of bits a and b).
+inline void ApplyAt(double* re, double* im, u64 i, u64 sa, u64 sb, const Op& op) {
+  if (op.kind == Op::Single) {
+    Rotate(re[i], im[i], re[i | sa], im[i | sa], op.m.data());
+    return;
+  }
+  Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], op.m.data());
+  Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], op.m.data() + 4);
+}
+
 // Four and eight doubles as one value: the compiler's vector extension, so the kernels below
 // are vector code on every target (a plain loop over lanes gets shuffled rather than
 // vectorised).
@@ -449,15 +460,8 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
 // factors as they are, without kernels: there is nothing to gain from joining them.
 void BlockOpSmall(double* re, double* im, u64 size, const Op& op) {
   const u64 sa = u64{1} << op.a, sb = op.kind == Op::Pair ? u64{1} << op.b : 0;
-  for (u64 i = 0; i < size; ++i) {
-    if (i & (sa | sb)) continue;
-    if (op.kind == Op::Single) {
-      Rotate(re[i], im[i], re[i | sa], im[i | sa], op.m.data());
-    } else {
-      Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], op.m.data());
-      Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], op.m.data() + 4);
-    }
-  }
+  for (u64 i = 0; i < size; ++i)
+    if (!(i & (sa | sb))) ApplyAt(re, im, i, sa, sb, op);
 }
 
 void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
@@ -952,14 +956,8 @@ void ApplyLiteral(const For& policy, StateVector& psi, const Op& op) {
   policy.Run(tasks, [&](u64 c) {
     const u64 begin = c << chunkBits, end = (c + 1) << chunkBits;
     for (u64 r = begin; r < end; ++r) {
-      if (op.kind == Op::Single) {
-        const u64 i = insertZero(r, lo);
-        Rotate(re[i], im[i], re[i | sa], im[i | sa], op.m.data());
-      } else {
-        const u64 i = insertZero(insertZero(r, lo), hi);
-        Rotate(re[i], im[i], re[i | sa | sb], im[i | sa | sb], op.m.data());
-        Rotate(re[i | sa], im[i | sa], re[i | sb], im[i | sb], op.m.data() + 4);
-      }
+      const u64 i = op.kind == Op::Single ? insertZero(r, lo) : insertZero(insertZero(r, lo), hi);
+      ApplyAt(re, im, i, sa, sb, op);
     }
   });
 }
