@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -798,29 +797,12 @@ u64 TileBase(const Tile& t, u64 index) {
   return base;
 }
 
-// A thread's tile buffer, aligned like the state, so that the vector kernels never read a
-// vector across two cache lines.
-struct Buffer {
-  struct Free {
-    void operator()(double* p) const { std::free(p); }
-  };
-  std::unique_ptr<double[], Free> re, im;
-  u64 capacity = 0;
-  void Fit(u64 size) {
-    if (capacity >= size) return;
-    const u64 bytes = std::max<u64>(size * sizeof(double), 64);
-    re.reset(static_cast<double*>(std::aligned_alloc(64, bytes)));
-    im.reset(static_cast<double*>(std::aligned_alloc(64, bytes)));
-    if (!re || !im) {
-      capacity = 0;
-      throw std::bad_alloc();
-    }
-    capacity = size;
-  }
-};
-
-Buffer& ThreadBuffer() {
-  thread_local Buffer buffer;
+// A thread's tile buffer of 2^bits amplitudes (or more): a state, so aligned like the
+// register's, and the vector kernels never read a vector across two cache lines.
+StateVector& ThreadBuffer(int bits) {
+  thread_local StateVector buffer;
+  if ((buffer.Empty() || buffer.Qubits() < bits) && !buffer.AllocateUnset(bits))
+    throw std::bad_alloc();
   return buffer;
 }
 
@@ -1112,13 +1094,12 @@ void OpsPlan::ApplyPiece(const For& policy, StateVector& psi, std::size_t piece)
     return;
   }
   policy.Run(sweep.tilesPerSlice, [&](u64 k) {
-    Buffer& buf = ThreadBuffer();
-    buf.Fit(tileSize);
+    StateVector& buf = ThreadBuffer(p.tileBits);
     const u64 base = TileBase(sweep.tile, first + k);
-    Gather(sweep.tile, base, re, im, buf.re.get(), buf.im.get());
-    BlockOps(buf.re.get(), buf.im.get(), tileSize, sweep.local.data(),
+    Gather(sweep.tile, base, re, im, buf.Re(), buf.Im());
+    BlockOps(buf.Re(), buf.Im(), tileSize, sweep.local.data(),
              sweep.local.data() + sweep.local.size());
-    Scatter(sweep.tile, base, re, im, buf.re.get(), buf.im.get());
+    Scatter(sweep.tile, base, re, im, buf.Re(), buf.Im());
   });
 }
 
@@ -1230,11 +1211,10 @@ void Measurement::MeasurePiece(const For& policy, const StateVector& psi, std::s
       out[3 * m.tileBits] = BlockBloch(psi.Re() + t * size, psi.Im() + t * size, m.tileBits, out);
       return;
     }
-    Buffer& buf = ThreadBuffer();
-    buf.Fit(size);
-    Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.re.get(),
-           buf.im.get());
-    BlockPairPasses(buf.re.get(), buf.im.get(), size, layout.width - layout.count,
+    StateVector& buf = ThreadBuffer(layout.width);
+    Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.Re(),
+           buf.Im());
+    BlockPairPasses(buf.Re(), buf.Im(), size, layout.width - layout.count,
                     layout.width, out);
   });
 }
