@@ -76,19 +76,16 @@ __attribute__((always_inline)) inline void XorLanes(const V8& v, V8& to) {
 // with |10>). So all kernels are one update lane by lane, v <- d v + o w, with w the lanes of
 // the partners and (d, o) the amplitude's row of its 2x2 block.
 //
-// The rows are plain arrays, read into vectors inside the kernels: a vector type's
-// alignment depends on the instruction set a function is compiled for, and the kernels are
-// compiled for several.
-struct alignas(64) LaneMix {
-  double dr[8], di[8], or_[8], oi[8];
-};
+// The rows of eight lanes are kept as 32 plain doubles (the real and imaginary parts of d,
+// then of o), read into vectors inside the kernels: a vector type's alignment depends on the
+// instruction set a function is compiled for, and the kernels are compiled for several.
 struct MixV {
   V8 dr, di, or_, oi;
-  explicit MixV(const LaneMix& c) {
-    LoadV(dr, c.dr);
-    LoadV(di, c.di);
-    LoadV(or_, c.or_);
-    LoadV(oi, c.oi);
+  explicit MixV(const double* c) {
+    LoadV(dr, c);
+    LoadV(di, c + 8);
+    LoadV(or_, c + 16);
+    LoadV(oi, c + 24);
   }
 };
 
@@ -106,17 +103,16 @@ void RowOf(const Op& op, bool va, bool vb, Amp& d, Amp& o) {
   o = m[1 + r];
 }
 
-// The mix of eight lanes from the bits of each lane's amplitude: bits(k) gives (va, vb).
+// The rows of eight lanes (32 doubles into c) from the bits of each lane's amplitude:
+// bits(k) gives (va, vb).
 template <class F>
-LaneMix MixOf(const Op& op, F bits) {
-  LaneMix c;
+void MixOf(const Op& op, F bits, double* c) {
   for (int k = 0; k < 8; ++k) {
     const auto [va, vb] = bits(k);
     Amp d, o;
     RowOf(op, va, vb, d, o);
-    c.dr[k] = d.real(), c.di[k] = d.imag(), c.or_[k] = o.real(), c.oi[k] = o.imag();
+    c[k] = d.real(), c[8 + k] = d.imag(), c[16 + k] = o.real(), c[24 + k] = o.imag();
   }
-  return c;
 }
 
 __attribute__((always_inline)) inline void Mix(V8& vr, V8& vi, const V8& wr, const V8& wi,
@@ -130,7 +126,7 @@ __attribute__((always_inline)) inline void Mix(V8& vr, V8& vi, const V8& wr, con
 // of them): lane k meets lane k ^ kMask.
 template <int kMask>
 ORVEX_KERNEL void InVectorPass(double* __restrict re, double* __restrict im, u64 size,
-                               const LaneMix& mix) {
+                               const double* mix) {
   const MixV c(mix);
   for (u64 g = 0; g < size; g += 8) {
     V8 vr, vi, wr, wi;
@@ -150,7 +146,7 @@ ORVEX_KERNEL void InVectorPass(double* __restrict re, double* __restrict im, u64
 // short runs cost no loop of their own.
 template <int kMask>
 ORVEX_KERNEL void CrossPass(double* __restrict re, double* __restrict im, u64 positions, u64 m1,
-                            u64 m2, u64 dx, u64 dy, const LaneMix& mx, const LaneMix& my) {
+                            u64 m2, u64 dx, u64 dy, const double* mx, const double* my) {
   const MixV cx(mx), cy(my);
   for (u64 j = 0; j < positions; j += 8) {
     u64 k = ((j & ~m1) << 1) | (j & m1);
@@ -176,7 +172,7 @@ ORVEX_KERNEL void CrossPass(double* __restrict re, double* __restrict im, u64 po
 
 template <int kMask>
 void Cross(double* re, double* im, u64 positions, int b1, int b2, u64 dx, u64 dy,
-           const LaneMix& cx, const LaneMix& cy) {
+           const double* cx, const double* cy) {
   const u64 m1 = (u64{1} << b1) - 1, m2 = b2 < 0 ? ~u64{0} : (u64{1} << b2) - 1;
   CrossPass<kMask>(re, im, positions, m1, m2, dx, dy, cx, cy);
 }
@@ -320,20 +316,25 @@ struct Kernel {
   Op op;
   int lo = 0, hi = 0;
   bool quad = false;
-  Mat4 m4{};                    // quad: the 4x4 (as (re, im) pairs, QuadPass's layout)
-  LaneMix x, y;                 // the lanes of the vectors x and y (see BlockOp)
-  alignas(64) double c[128];    // quad with bit lo inside a vector: see InVectorQuad, CrossQuad
+  Mat4 m4{};  // quad: the 4x4 (as (re, im) pairs, QuadPass's layout)
+  // The lanes' coefficients: rows of 32 doubles (MixV) for the vectors of a 2x2 pass, x then
+  // y (see BlockOp), or those of a quad with bit lo inside a vector (InVectorQuad, CrossQuad).
+  alignas(64) double c[128];
 
   explicit Kernel(const Op& f) : op(f) {
     const bool pair = op.kind == Op::Pair;
     lo = pair ? std::min(op.a, op.b) : op.a;
     hi = pair ? std::max(op.a, op.b) : op.a;
     if (hi < 3) {
-      x = MixOf(op, [&](int k) { return At(static_cast<u64>(k)); });
+      MixOf(op, [&](int k) { return At(static_cast<u64>(k)); }, c);
     } else if (!pair || lo < 3) {
       const u64 sl = pair ? u64{1} << lo : 0, sh = u64{1} << hi;
-      x = MixOf(op, [&](int k) { return At(static_cast<u64>(k) & sl); });
-      y = MixOf(op, [&](int k) { return At((static_cast<u64>(k) & sl) | sh); });
+      MixOf(op, [&](int k) { return At(static_cast<u64>(k) & sl); }, c);
+      MixOf(op, [&](int k) { return At((static_cast<u64>(k) & sl) | sh); }, c + 32);
+    } else {
+      // Both bits above a vector: one row for all lanes, for |00>, |11>, |01> and |10>.
+      const u64 rows[4] = {0, Sa() | Sb(), Sa(), Sb()};
+      for (int r = 0; r < 4; ++r) MixOf(op, [&](int) { return At(rows[r]); }, c + 32 * r);
     }
   }
   Kernel(int bitLo, int bitHi, const Mat4& m) : lo(bitLo), hi(bitHi), quad(true), m4(m) {
@@ -486,12 +487,12 @@ void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
   }
   if (k.hi < 3) {
     switch (sa | sb) {
-      case 1: return InVectorPass<1>(re, im, size, k.x);
-      case 2: return InVectorPass<2>(re, im, size, k.x);
-      case 3: return InVectorPass<3>(re, im, size, k.x);
-      case 4: return InVectorPass<4>(re, im, size, k.x);
-      case 5: return InVectorPass<5>(re, im, size, k.x);
-      default: return InVectorPass<6>(re, im, size, k.x);
+      case 1: return InVectorPass<1>(re, im, size, k.c);
+      case 2: return InVectorPass<2>(re, im, size, k.c);
+      case 3: return InVectorPass<3>(re, im, size, k.c);
+      case 4: return InVectorPass<4>(re, im, size, k.c);
+      case 5: return InVectorPass<5>(re, im, size, k.c);
+      default: return InVectorPass<6>(re, im, size, k.c);
     }
   }
   const u64 sh = u64{1} << k.hi;
@@ -499,17 +500,15 @@ void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
     // x: the amplitudes with bit hi clear, y: their partners with it set (and bit lo, if any,
     // flipped by the lanes).
     switch (k.op.kind == Op::Single ? 0 : 1 << k.lo) {
-      case 0: return Cross<0>(re, im, size / 2, k.hi, -1, 0, sh, k.x, k.y);
-      case 1: return Cross<1>(re, im, size / 2, k.hi, -1, 0, sh, k.x, k.y);
-      case 2: return Cross<2>(re, im, size / 2, k.hi, -1, 0, sh, k.x, k.y);
-      default: return Cross<4>(re, im, size / 2, k.hi, -1, 0, sh, k.x, k.y);
+      case 0: return Cross<0>(re, im, size / 2, k.hi, -1, 0, sh, k.c, k.c + 32);
+      case 1: return Cross<1>(re, im, size / 2, k.hi, -1, 0, sh, k.c, k.c + 32);
+      case 2: return Cross<2>(re, im, size / 2, k.hi, -1, 0, sh, k.c, k.c + 32);
+      default: return Cross<4>(re, im, size / 2, k.hi, -1, 0, sh, k.c, k.c + 32);
     }
   }
-  // Both bits above a vector: the pairs |00>, |11> in one pass and |01>, |10> in another,
-  // each with the same row in every lane.
-  auto row = [&](u64 i) { return MixOf(k.op, [&](int) { return k.At(i); }); };
-  Cross<0>(re, im, size / 4, k.lo, k.hi, 0, sa | sb, row(0), row(sa | sb));
-  Cross<0>(re, im, size / 4, k.lo, k.hi, sa, sb, row(sa), row(sb));
+  // Both bits above a vector: the pairs |00>, |11> in one pass and |01>, |10> in another.
+  Cross<0>(re, im, size / 4, k.lo, k.hi, 0, sa | sb, k.c, k.c + 32);
+  Cross<0>(re, im, size / 4, k.lo, k.hi, sa, sb, k.c + 64, k.c + 96);
 }
 
 // Sub-blocks of 2^kL1Bits amplitudes (32 KiB) stay in a core's first-level cache.
