@@ -805,54 +805,42 @@ StateVector& ThreadBuffer(int bits) {
   return buffer;
 }
 
-// Copies runs of `len` doubles (a power of two) between the state, at offsets, and a
-// tile buffer, real and imaginary parts in one loop of whole vectors: the runs are short, so
-// a library copy per run costs more in calls than in data.
+// Copies runs of `len` doubles (a power of two) between the state, at offsets, and a tile
+// buffer, one after another: into the buffer (kIn) or back. Real and imaginary parts go in
+// one loop of whole vectors: the runs are short, so a library copy per run costs more in
+// calls than in data.
 template <bool kIn>
-ORVEX_KERNEL void CopyRuns(const u64* offsets, u64 runs, u64 len, double* re, double* im,
-                           double* bre, double* bim) {
+ORVEX_KERNEL void CopyRuns(const u64* offsets, u64 runs, u64 len, const double* fromRe,
+                           const double* fromIm, double* toRe, double* toIm) {
   for (u64 r = 0; r < runs; ++r) {
-    double* sr = re + offsets[r];
-    double* si = im + offsets[r];
-    double* br = bre + r * len;
-    double* bi = bim + r * len;
+    const u64 from = kIn ? offsets[r] : r * len, to = kIn ? r * len : offsets[r];
+    const double* fr = fromRe + from;
+    const double* fi = fromIm + from;
     if (len < 8) {  // tiles of tiny registers
-      if constexpr (kIn) {
-        std::copy(sr, sr + len, br);
-        std::copy(si, si + len, bi);
-      } else {
-        std::copy(br, br + len, sr);
-        std::copy(bi, bi + len, si);
-      }
+      std::copy(fr, fr + len, toRe + to);
+      std::copy(fi, fi + len, toIm + to);
       continue;
     }
     for (u64 k = 0; k < len; k += 8) {
       V8 a, b;
-      if constexpr (kIn) {
-        LoadV(a, sr + k);
-        LoadV(b, si + k);
-        StoreV(br + k, a);
-        StoreV(bi + k, b);
-      } else {
-        LoadV(a, br + k);
-        LoadV(b, bi + k);
-        StoreV(sr + k, a);
-        StoreV(si + k, b);
-      }
+      LoadV(a, fr + k);
+      LoadV(b, fi + k);
+      StoreV(toRe + to + k, a);
+      StoreV(toIm + to + k, b);
     }
   }
 }
 
 void Gather(const Tile& t, u64 base, const double* re, const double* im, double* bre,
             double* bim) {
-  CopyRuns<true>(t.runOffset.data(), t.runOffset.size(), u64{1} << t.run,
-                 const_cast<double*>(re + base), const_cast<double*>(im + base), bre, bim);
+  CopyRuns<true>(t.runOffset.data(), t.runOffset.size(), u64{1} << t.run, re + base, im + base,
+                 bre, bim);
 }
 
 void Scatter(const Tile& t, u64 base, double* re, double* im, const double* bre,
              const double* bim) {
-  CopyRuns<false>(t.runOffset.data(), t.runOffset.size(), u64{1} << t.run, re + base, im + base,
-                  const_cast<double*>(bre), const_cast<double*>(bim));
+  CopyRuns<false>(t.runOffset.data(), t.runOffset.size(), u64{1} << t.run, bre, bim, re + base,
+                  im + base);
 }
 
 // Amplitudes per task of the literal sweeps.
