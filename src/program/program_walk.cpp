@@ -7,6 +7,7 @@
 #include "workspace/errors.h"
 #include "workspace/file_bytes.h"
 #include "workspace/numbers.h"
+#include "workspace/paths.h"
 
 namespace fs = std::filesystem;
 
@@ -73,38 +74,24 @@ std::vector<ProgramLine> ParseProgramLines(const std::string& text) {
 }
 
 std::optional<fs::path> ResolveName(const fs::path& dir, const std::string& name) {
-  std::vector<std::string> parts(1);
+  // Each part trimmed, then the workspace's lookup, so that the engine finds the very file
+  // the windows show, also where two names differ only in case.
+  std::string path, part;
+  auto add = [&] {
+    part = Trim(part);
+    if (!part.empty() && part != ".") path += (path.empty() ? "" : "/") + part;
+    part.clear();
+  };
   for (char c : name) {
     if (c == '/' || c == '\\')
-      parts.emplace_back();
+      add();
     else
-      parts.back() += c;
+      part += c;
   }
-  fs::path cur = dir;
-  for (const std::string& raw : parts) {
-    const std::string part = Trim(raw);
-    if (part.empty() || part == ".") continue;
-    if (part == "..") {
-      cur = cur.parent_path();
-      continue;
-    }
-    std::error_code ec;
-    if (fs::exists(cur / part, ec)) {
-      cur /= part;
-      continue;
-    }
-    const std::string want = Lower(part);
-    bool found = false;
-    for (fs::directory_iterator it(cur, ec), end; !ec && it != end; it.increment(ec)) {
-      if (Lower(it->path().filename().string()) == want) {
-        cur = it->path();
-        found = true;
-        break;
-      }
-    }
-    if (!found) return std::nullopt;
-  }
-  return cur;
+  add();
+  const std::optional<std::string> found = FindPath(dir.string(), path);
+  if (!found) return std::nullopt;
+  return fs::path(*found);
 }
 
 std::optional<CalledProgram> ResolveCall(const fs::path& runDir, const std::string& text,

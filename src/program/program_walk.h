@@ -33,10 +33,10 @@ struct ProgramLine {
 // other line is skipped.
 std::vector<ProgramLine> ParseProgramLines(const std::string& text);
 
-// Finds `name` below `dir`: "\" and "/" both separate components; each component, trimmed,
-// is matched exactly or, failing that, without regard to letter case (the first in directory
-// order); empty and "." components are skipped and ".." goes up. nullopt when a component
-// is not there.
+// Finds `name` below `dir` as FindPath does: "\" and "/" both separate components; each
+// component, trimmed, is matched without regard to letter case (of two names that differ only
+// in case, the first in directory order); empty and "." components are skipped and ".." goes
+// up. nullopt when a component is not there.
 std::optional<std::filesystem::path> ResolveName(const std::filesystem::path& dir,
                                                  const std::string& name);
 

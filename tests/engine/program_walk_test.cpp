@@ -10,6 +10,7 @@
 #include "program/program_walk.h"
 #include "run/run_position.h"
 #include "workspace/numbers.h"
+#include "workspace/paths.h"
 
 namespace orvex::engine::test {
 namespace {
@@ -67,6 +68,22 @@ TEST(ProgramWalk, TheRunPositionWalksTheTreeTheEngineLoads) {
   EXPECT_EQ((*walk)[1].row, 2);
   EXPECT_EQ((*walk)[5].row, 2);
   EXPECT_EQ((*walk)[6].row, 3);
+}
+
+// Of two program files whose names differ only in case, the engine calls the one the windows
+// open, however the call spells it.
+TEST(ProgramWalk, TheEngineAndTheWindowsPickTheSameOfTwoNamesDifferingInCase) {
+  orvex::test::TempDir app;
+  app.write("progs/deep.kvp", ProgramText({"@a.mi"}));
+  app.write("progs/DEEP.KVP", ProgramText({"@b.mi"}));
+  const std::optional<std::string> shown = FindPath(app.path(), "progs/Deep.kvp");
+  ASSERT_TRUE(shown);
+  for (const char* call : {"deep.kvp", "DEEP.KVP", " . \\ Deep.Kvp "}) {
+    std::string why;
+    const auto called = ResolveCall(app.path() + "progs", call, why);
+    ASSERT_TRUE(called) << call << ": " << why;
+    EXPECT_TRUE(std::filesystem::equivalent(called->path, *shown)) << call;
+  }
 }
 
 // The program editor's rows and the run's lines of one program text: the same calls of the
