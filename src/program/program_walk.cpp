@@ -83,7 +83,7 @@ std::optional<fs::path> ResolveName(const fs::path& dir, const std::string& name
     part.clear();
   };
   for (char c : name) {
-    if (c == '/' || c == '\\')
+    if (IsSeparator(c))
       add();
     else
       part += c;
