@@ -183,11 +183,12 @@ constexpr int kMinVectorBits = 5;
 // A general 4x4 factor on bits lo < hi, both above a vector: the four runs of each position
 // (neither bit, bit lo, bit hi, both) in and out at once. q: the matrix, row-major, rows and
 // columns |bit lo + 2 bit hi>, as (re, im) pairs.
-ORVEX_KERNEL void QuadPass(double* re, double* im, u64 positions, u64 m1, u64 m2, u64 sl,
-                           u64 sh, const double* q) {
-  // re and im are not restrict: then the stores may overwrite q, so the coefficients are
-  // broadcast from memory again in every round rather than held in 32 registers (which
-  // spills the inputs).
+ORVEX_KERNEL void QuadPass(double* __restrict re, double* __restrict im, u64 positions, u64 m1,
+                           u64 m2, u64 sl, u64 sh, const double* matrix) {
+  // A copy the stores cannot reach: its broadcasts are made once, before the loop, and the
+  // multiply-adds take them from memory as operands.
+  double q[32];
+  std::memcpy(q, matrix, sizeof q);
   const u64 off[4] = {0, sl, sh, sl | sh};
   for (u64 j = 0; j < positions; j += 8) {
     u64 k = ((j & ~m1) << 1) | (j & m1);
@@ -197,11 +198,15 @@ ORVEX_KERNEL void QuadPass(double* re, double* im, u64 positions, u64 m1, u64 m2
       LoadV(vr[c], re + k + off[c]);
       LoadV(vi[c], im + k + off[c]);
     }
+    // Column by column, so that the eight sums advance side by side: each is a chain of
+    // dependent multiply-adds, and eight in flight cover the instruction's latency.
     for (int r = 0; r < 4; ++r) {
-      const double* row = q + 8 * r;
-      outR[r] = row[0] * vr[0];
-      outI[r] = row[0] * vi[0];
-      for (int c = 0; c < 4; ++c) {
+      outR[r] = q[8 * r] * vr[0];
+      outI[r] = q[8 * r] * vi[0];
+    }
+    for (int c = 0; c < 4; ++c)
+      for (int r = 0; r < 4; ++r) {
+        const double* row = q + 8 * r;
         if (c > 0) {
           outR[r] += row[2 * c] * vr[c];
           outI[r] += row[2 * c] * vi[c];
@@ -209,7 +214,6 @@ ORVEX_KERNEL void QuadPass(double* re, double* im, u64 positions, u64 m1, u64 m2
         outR[r] -= row[2 * c + 1] * vi[c];
         outI[r] += row[2 * c + 1] * vr[c];
       }
-    }
     for (int r = 0; r < 4; ++r) {
       StoreV(re + k + off[r], outR[r]);
       StoreV(im + k + off[r], outI[r]);
