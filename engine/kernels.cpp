@@ -221,6 +221,35 @@ ORVEX_KERNEL void QuadPass(double* __restrict re, double* __restrict im, u64 pos
   }
 }
 
+// A pair factor on bits lo < hi, both above a vector, in one pass over the four runs of each
+// position: the block on |00>, |11> is c I + i s X (k[0..1]), the block on |01>, |10> has d on
+// its diagonal and o off it (k[2..5], re and im).
+ORVEX_KERNEL void RealPairPass(double* __restrict re, double* __restrict im, u64 positions,
+                               u64 m1, u64 m2, u64 sl, u64 sh, const double* k6) {
+  const double c = k6[0], s = k6[1], dr = k6[2], di = k6[3], or_ = k6[4], oi = k6[5];
+  for (u64 j = 0; j < positions; j += 8) {
+    u64 k = ((j & ~m1) << 1) | (j & m1);
+    k = ((k & ~m2) << 1) | (k & m2);
+    V8 xr, xi, yr, yi, ur, ui, vr, vi;  // |00>, |11>, |01> (bit lo), |10>
+    LoadV(xr, re + k);
+    LoadV(xi, im + k);
+    LoadV(yr, re + k + (sl | sh));
+    LoadV(yi, im + k + (sl | sh));
+    LoadV(ur, re + k + sl);
+    LoadV(ui, im + k + sl);
+    LoadV(vr, re + k + sh);
+    LoadV(vi, im + k + sh);
+    StoreV(re + k, c * xr - s * yi);
+    StoreV(im + k, c * xi + s * yr);
+    StoreV(re + k + (sl | sh), c * yr - s * xi);
+    StoreV(im + k + (sl | sh), c * yi + s * xr);
+    StoreV(re + k + sl, dr * ur - di * ui + or_ * vr - oi * vi);
+    StoreV(im + k + sl, dr * ui + di * ur + or_ * vi + oi * vr);
+    StoreV(re + k + sh, dr * vr - di * vi + or_ * ur - oi * ui);
+    StoreV(im + k + sh, dr * vi + di * vr + or_ * ui + oi * ur);
+  }
+}
+
 // (or, oi) += c v lane by lane, c read from (re[8], im[8]) at p.
 __attribute__((always_inline)) inline void LaneMulAdd(V8& outR, V8& outI, const double* p,
                                                       const V8& vr, const V8& vi) {
@@ -320,15 +349,25 @@ struct Kernel {
   Op op;
   int lo = 0, hi = 0;
   bool quad = false;
+  // A pair factor on two bits above a vector whose block on |00>, |11> is c I + i s X with
+  // c and s real (its phase taken out into another kernel): c[0..1] = c, s, and c[2..5] the
+  // block on |01>, |10> as d (re, im) and o (re, im).
+  bool real00 = false;
   Mat4 m4{};  // quad: the 4x4 (as (re, im) pairs, QuadPass's layout)
   // The lanes' coefficients: rows of 32 doubles (MixV) for the vectors of a 2x2 pass, x then
   // y (see BlockOp), or those of a quad with bit lo inside a vector (InVectorQuad, CrossQuad).
   alignas(64) double c[128];
 
-  explicit Kernel(const Op& f) : op(f) {
+  explicit Kernel(const Op& f, bool realBlock = false) : op(f), real00(realBlock) {
     const bool pair = op.kind == Op::Pair;
     lo = pair ? std::min(op.a, op.b) : op.a;
     hi = pair ? std::max(op.a, op.b) : op.a;
+    if (real00) {
+      const double k[6] = {op.m[0].real(), op.m[1].imag(), op.m[4].real(), op.m[4].imag(),
+                           op.m[5].real(), op.m[5].imag()};
+      std::copy(k, k + 6, c);
+      return;
+    }
     if (hi < 3) {
       MixOf(op, [&](int k) { return At(static_cast<u64>(k)); }, c);
     } else if (!pair || lo < 3) {
@@ -447,15 +486,57 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
       out.emplace_back().op = pending[bit];
     }
   }
+  // A pair factor's blocks are each a phase times c I + i s X. The phase of the block on
+  // |00>, |11>, divided out of the whole factor, leaves that block real and imaginary parts
+  // that need half the multiplications; the product of these phases is a global phase,
+  // multiplied into the first kernel that keeps a general matrix.
+  std::vector<char> real00(out.size(), 0);
+  Amp phase = 1;
+  int general = -1;
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    Joined& j = out[i];
+    if (!j.quad && j.op.kind == Op::Pair && std::min(j.op.a, j.op.b) >= 3) {
+      auto& m = j.op.m;
+      const Amp d = m[0], o = m[1];
+      const double r = std::abs(d) > std::abs(o) ? std::abs(d) : std::abs(o);
+      // Symmetric blocks with o / d imaginary: what every pair factor and product of pair
+      // factors on the same bits is.
+      if (r > 0 && m[3] == d && m[2] == o && m[7] == m[4] && m[6] == m[5] &&
+          std::abs((o * std::conj(d)).real()) <= 1e-15 * r * r) {
+        const Amp g = std::abs(d) > std::abs(o) ? d / std::abs(d) : o / Amp(0, std::abs(o));
+        for (Amp& x : m) x /= g;
+        m[0] = m[3] = m[0].real();
+        m[1] = m[2] = Amp(0, m[1].imag());
+        phase *= g;
+        real00[i] = 1;
+        continue;
+      }
+    }
+    if (general < 0) general = static_cast<int>(i);
+  }
+  if (phase != Amp(1)) {
+    if (general < 0) {
+      // Nothing to carry the phase: the last such pair keeps its general form.
+      general = static_cast<int>(out.size()) - 1;
+      while (!real00[static_cast<std::size_t>(general)]) --general;
+      real00[static_cast<std::size_t>(general)] = 0;
+    }
+    Joined& j = out[static_cast<std::size_t>(general)];
+    if (j.quad)
+      for (Amp& x : j.m) x *= phase;
+    else
+      for (Amp& x : j.op.m) x *= phase;
+  }
   std::vector<Kernel> kernels;
   kernels.swap(SpareKernels());
   kernels.clear();
   kernels.reserve(out.size());
-  for (const Joined& j : out) {
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    const Joined& j = out[i];
     if (j.quad)
       kernels.emplace_back(std::min(j.op.a, j.op.b), std::max(j.op.a, j.op.b), j.m);
     else
-      kernels.emplace_back(j.op);
+      kernels.emplace_back(j.op, real00[i] != 0);
   }
   return kernels;
 }
@@ -470,6 +551,10 @@ void BlockOpSmall(double* re, double* im, u64 size, const Op& op) {
 
 void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
   const u64 sa = k.Sa(), sb = k.Sb();
+  if (k.real00) {
+    const u64 sl = u64{1} << k.lo, sh = u64{1} << k.hi;
+    return RealPairPass(re, im, size / 4, sl - 1, sh - 1, sl, sh, k.c);
+  }
   if (k.quad) {
     const u64 sl = u64{1} << k.lo, sh = u64{1} << k.hi;
     if (k.hi < 3) {
