@@ -442,6 +442,7 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
   struct Joined {
     Op op;              // a factor of the list (bits a, b)
     bool quad = false;  // or a product of factors, m on its lower and upper bit
+    bool real00 = false;  // a pair factor whose block on |00>, |11> is c I + i s X
     Mat4 m{};
     Mat4 Matrix() const { return quad ? m : PairMatrix(op); }
   };
@@ -490,11 +491,9 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
   // |00>, |11>, divided out of the whole factor, leaves that block real and imaginary parts
   // that need half the multiplications; the product of these phases is a global phase,
   // multiplied into the first kernel that keeps a general matrix.
-  std::vector<char> real00(out.size(), 0);
   Amp phase = 1;
-  int general = -1;
-  for (std::size_t i = 0; i < out.size(); ++i) {
-    Joined& j = out[i];
+  Joined* general = nullptr;
+  for (Joined& j : out) {
     if (!j.quad && j.op.kind == Op::Pair && std::min(j.op.a, j.op.b) >= 3) {
       auto& m = j.op.m;
       const Amp d = m[0], o = m[1];
@@ -508,35 +507,32 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
         m[0] = m[3] = m[0].real();
         m[1] = m[2] = Amp(0, m[1].imag());
         phase *= g;
-        real00[i] = 1;
+        j.real00 = true;
         continue;
       }
     }
-    if (general < 0) general = static_cast<int>(i);
+    if (!general) general = &j;
   }
   if (phase != Amp(1)) {
-    if (general < 0) {
-      // Nothing to carry the phase: the last such pair keeps its general form.
-      general = static_cast<int>(out.size()) - 1;
-      while (!real00[static_cast<std::size_t>(general)]) --general;
-      real00[static_cast<std::size_t>(general)] = 0;
+    if (!general) {
+      // Nothing else to carry the phase: the last pair keeps its general form.
+      general = &out.back();
+      general->real00 = false;
     }
-    Joined& j = out[static_cast<std::size_t>(general)];
-    if (j.quad)
-      for (Amp& x : j.m) x *= phase;
+    if (general->quad)
+      for (Amp& x : general->m) x *= phase;
     else
-      for (Amp& x : j.op.m) x *= phase;
+      for (Amp& x : general->op.m) x *= phase;
   }
   std::vector<Kernel> kernels;
   kernels.swap(SpareKernels());
   kernels.clear();
   kernels.reserve(out.size());
-  for (std::size_t i = 0; i < out.size(); ++i) {
-    const Joined& j = out[i];
+  for (const Joined& j : out) {
     if (j.quad)
       kernels.emplace_back(std::min(j.op.a, j.op.b), std::max(j.op.a, j.op.b), j.m);
     else
-      kernels.emplace_back(j.op, real00[i] != 0);
+      kernels.emplace_back(j.op, j.real00);
   }
   return kernels;
 }
