@@ -115,8 +115,10 @@ void MixOf(const Op& op, F bits, double* c) {
   }
 }
 
+// c: a MixV, or the same four parts as plain numbers for a row shared by every lane.
+template <class C>
 __attribute__((always_inline)) inline void Mix(V8& vr, V8& vi, const V8& wr, const V8& wi,
-                                               const MixV& c) {
+                                               const C& c) {
   const V8 r = c.dr * vr - c.di * vi + c.or_ * wr - c.oi * wi;
   vi = c.dr * vi + c.di * vr + c.or_ * wi + c.oi * wr;
   vr = r;
@@ -226,7 +228,10 @@ ORVEX_KERNEL void QuadPass(double* __restrict re, double* __restrict im, u64 pos
 // its diagonal and o off it (k[2..5], re and im).
 ORVEX_KERNEL void RealPairPass(double* __restrict re, double* __restrict im, u64 positions,
                                u64 m1, u64 m2, u64 sl, u64 sh, const double* k6) {
-  const double c = k6[0], s = k6[1], dr = k6[2], di = k6[3], or_ = k6[4], oi = k6[5];
+  const double c = k6[0], s = k6[1];
+  const struct {
+    double dr, di, or_, oi;
+  } odd = {k6[2], k6[3], k6[4], k6[5]};
   for (u64 j = 0; j < positions; j += 8) {
     u64 k = ((j & ~m1) << 1) | (j & m1);
     k = ((k & ~m2) << 1) | (k & m2);
@@ -243,10 +248,13 @@ ORVEX_KERNEL void RealPairPass(double* __restrict re, double* __restrict im, u64
     StoreV(im + k, c * xi + s * yr);
     StoreV(re + k + (sl | sh), c * yr - s * xi);
     StoreV(im + k + (sl | sh), c * yi + s * xr);
-    StoreV(re + k + sl, dr * ur - di * ui + or_ * vr - oi * vi);
-    StoreV(im + k + sl, dr * ui + di * ur + or_ * vi + oi * vr);
-    StoreV(re + k + sh, dr * vr - di * vi + or_ * ur - oi * ui);
-    StoreV(im + k + sh, dr * vi + di * vr + or_ * ui + oi * ur);
+    const V8 ur0 = ur, ui0 = ui;
+    Mix(ur, ui, vr, vi, odd);
+    Mix(vr, vi, ur0, ui0, odd);
+    StoreV(re + k + sl, ur);
+    StoreV(im + k + sl, ui);
+    StoreV(re + k + sh, vr);
+    StoreV(im + k + sh, vi);
   }
 }
 
@@ -497,12 +505,12 @@ std::vector<Kernel> Prepare(const std::vector<Op>& ops) {
     if (!j.quad && j.op.kind == Op::Pair && std::min(j.op.a, j.op.b) >= 3) {
       auto& m = j.op.m;
       const Amp d = m[0], o = m[1];
-      const double r = std::abs(d) > std::abs(o) ? std::abs(d) : std::abs(o);
+      const double ad = std::abs(d), ao = std::abs(o), r = std::max(ad, ao);
       // Symmetric blocks with o / d imaginary: what every pair factor and product of pair
       // factors on the same bits is.
       if (r > 0 && m[3] == d && m[2] == o && m[7] == m[4] && m[6] == m[5] &&
           std::abs((o * std::conj(d)).real()) <= 1e-15 * r * r) {
-        const Amp g = std::abs(d) > std::abs(o) ? d / std::abs(d) : o / Amp(0, std::abs(o));
+        const Amp g = ad > ao ? d / ad : o / Amp(0, ao);
         for (Amp& x : m) x /= g;
         m[0] = m[3] = m[0].real();
         m[1] = m[2] = Amp(0, m[1].imag());
@@ -546,13 +554,9 @@ void BlockOpSmall(double* re, double* im, u64 size, const Op& op) {
 }
 
 void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
-  const u64 sa = k.Sa(), sb = k.Sb();
-  if (k.real00) {
-    const u64 sl = u64{1} << k.lo, sh = u64{1} << k.hi;
-    return RealPairPass(re, im, size / 4, sl - 1, sh - 1, sl, sh, k.c);
-  }
+  const u64 sa = k.Sa(), sb = k.Sb(), sl = u64{1} << k.lo, sh = u64{1} << k.hi;
+  if (k.real00) return RealPairPass(re, im, size / 4, sl - 1, sh - 1, sl, sh, k.c);
   if (k.quad) {
-    const u64 sl = u64{1} << k.lo, sh = u64{1} << k.hi;
     if (k.hi < 3) {
       switch (sl | sh) {
         case 3: return InVectorQuad<1, 2>(re, im, size, k.c);
@@ -580,7 +584,6 @@ void BlockOp(double* re, double* im, u64 size, const Kernel& k) {
       default: return InVectorPass<6>(re, im, size, k.c);
     }
   }
-  const u64 sh = u64{1} << k.hi;
   if (k.op.kind == Op::Single || k.lo < 3) {
     // x: the amplitudes with bit hi clear, y: their partners with it set (and bit lo, if any,
     // flipped by the lanes).
