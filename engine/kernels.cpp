@@ -643,24 +643,29 @@ inline double SumV(double v) { return v; }
 // The sx and sy of one bit (kBits = 1) whose partner lies `s` amplitudes further, or of two
 // neighbouring bits (kBits = 2, partners s and 2s further) in one pass: each group of four
 // runs A, B, C, D holds the pairs (A, B), (C, D) of the first bit and (A, C), (B, D) of the
-// second, so the block is read once for both. s is at least the width of V. The positions in
-// A are taken in one flat loop (short runs cost no loop of their own), and each product goes
-// into an accumulator of its own, so no chain of additions waits on another. out[0..1] for
-// the first bit, out[3..4] for the second.
-template <class V, int kBits>
+// second, so the block is read once for both. s is at least the width of V. Each product
+// goes into an accumulator of its own, so no chain of additions waits on another. out[0..1]
+// for the first bit, out[3..4] for the second.
+//
+// A contiguous block (kRows false) takes the positions in A in one flat loop, so short runs
+// cost no loop of their own. A block of rows (kRows true) is `size / cols` rows of `cols`
+// amplitudes, row r at r << shift in the arrays, and s counts amplitudes as if the rows lay
+// end to end (a multiple of cols): the high qubits of a register read in place.
+template <class V, int kBits, bool kRows = false>
 __attribute__((always_inline)) inline void PairPass(const double* __restrict re,
                                                     const double* __restrict im, u64 size,
-                                                    u64 s, double* out) {
+                                                    u64 s, double* out, u64 cols = 0,
+                                                    int shift = 0) {
   constexpr u64 kWidth = sizeof(V) / sizeof(double);
   constexpr int kAcc = kBits == 1 ? 4 : 16;
   V acc[kAcc] = {};
-  for (u64 j = 0; j < (size >> kBits); j += kWidth) {
-    const u64 k = (j & (s - 1)) | ((j & ~(s - 1)) << kBits);
+  // The pairs of the runs at k, k + d (and k + 2d, k + 3d).
+  auto at = [&](u64 k, u64 d) {
     V ar, ai, br, bi;
     LoadV(ar, re + k);
     LoadV(ai, im + k);
-    LoadV(br, re + k + s);
-    LoadV(bi, im + k + s);
+    LoadV(br, re + k + d);
+    LoadV(bi, im + k + d);
     // conj(x) y of a pair of runs: its real products into x[0..1], its imaginary into y[0..1].
     auto pair = [](V* x, V* y, const V& xr, const V& xi, const V& yr, const V& yi) {
       x[0] += xr * yr;
@@ -672,14 +677,24 @@ __attribute__((always_inline)) inline void PairPass(const double* __restrict re,
       pair(acc, acc + 2, ar, ai, br, bi);
     } else {
       V cr, ci, dr, di;
-      LoadV(cr, re + k + 2 * s);
-      LoadV(ci, im + k + 2 * s);
-      LoadV(dr, re + k + 3 * s);
-      LoadV(di, im + k + 3 * s);
+      LoadV(cr, re + k + 2 * d);
+      LoadV(ci, im + k + 2 * d);
+      LoadV(dr, re + k + 3 * d);
+      LoadV(di, im + k + 3 * d);
       pair(acc, acc + 4, ar, ai, br, bi);
       pair(acc + 2, acc + 6, cr, ci, dr, di);
       pair(acc + 8, acc + 12, ar, ai, cr, ci);
       pair(acc + 10, acc + 14, br, bi, dr, di);
+    }
+  };
+  if constexpr (!kRows) {
+    for (u64 j = 0; j < (size >> kBits); j += kWidth)
+      at((j & (s - 1)) | ((j & ~(s - 1)) << kBits), s);
+  } else {
+    const u64 rows = size / cols, sr = s / cols;
+    for (u64 g = 0; g < (rows >> kBits); ++g) {
+      const u64 k = ((g & (sr - 1)) | ((g & ~(sr - 1)) << kBits)) << shift;
+      for (u64 c = 0; c < cols; c += kWidth) at(k + c, sr << shift);
     }
   }
   // Each sum's accumulators, added pairwise: sx, sy of the first bit, then of the second.
@@ -702,6 +717,17 @@ ORVEX_KERNEL void BlockPairPass(const double* re, const double* im, u64 size, u6
     PairPass<V4, kBits>(re, im, size, s, out);
 }
 
+// The same on a block of rows (see PairPass), with vectors no wider than a row.
+template <int kBits>
+ORVEX_KERNEL void RowsPairPass(const double* re, const double* im, u64 size, u64 s,
+                               double* out, u64 cols, int shift) {
+  if (cols >= 8)
+    PairPass<V8, kBits, true>(re, im, size, s, out, cols, shift);
+  else if (cols >= 4)
+    PairPass<V4, kBits, true>(re, im, size, s, out, cols, shift);
+  else
+    PairPass<double, kBits, true>(re, im, size, s, out, cols, shift);
+}
 
 // Bits 0, 1 and 2 (partners closer than a vector of eight) in one pass: each group of
 // sixteen amplitudes holds eight pairs of each bit, sorted into lanes by shuffles.
@@ -792,20 +818,24 @@ ORVEX_KERNEL double GroupNormLevels(V8* norms, u64 groups, double* out) {
 }
 
 // The sx and sy of bits lo..hi-1 of a block into out[3 (b - lo) + 0..1], one pass over the
-// block per bit or pair of bits (bits of at least two: partners at least four apart).
+// block per bit or pair of bits (bits of at least two: partners at least four apart). With
+// cols set, the block is rows (see PairPass) and bit lo at least the bits of a row.
 void BlockPairPasses(const double* re, const double* im, u64 size, int lo, int hi,
-                     double* out) {
+                     double* out, u64 cols = 0, int shift = 0) {
   for (int b = lo; b < hi; ++b) {
     const u64 s = u64{1} << b;
     double* o = out + 3 * (b - lo);
-    if (s < 4) {
+    const bool two = b + 1 < hi;
+    if (cols) {
+      two ? RowsPairPass<2>(re, im, size, s, o, cols, shift)
+          : RowsPairPass<1>(re, im, size, s, o, cols, shift);
+    } else if (s < 4) {
       BlockBlochTiny(re, im, size, s, o);
-    } else if (b + 1 < hi) {
-      BlockPairPass<2>(re, im, size, s, o);
-      ++b;
+      continue;
     } else {
-      BlockPairPass<1>(re, im, size, s, o);
+      two ? BlockPairPass<2>(re, im, size, s, o) : BlockPairPass<1>(re, im, size, s, o);
     }
+    b += two;
   }
 }
 
@@ -1185,11 +1215,12 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops, i
 }
 
 namespace {
-// The measurement reads a register larger than one tile in two layouts: contiguous tiles of
-// the low qubits, read in place, and gathered tiles of a run of low bits with the high
-// qubits (2^kMeasureRunBits amplitudes per run, so whole cache lines and pages are read; a
-// tile of up to 2^(tileBits + 1) amplitudes, so up to tileBits + 1 - kMeasureRunBits high
-// qubits in one layout, ten with the default tiles: one gathered layout up to 26 qubits).
+// The measurement reads a register larger than one tile in two layouts, both in place:
+// contiguous tiles of the low qubits, and tiles of rows for the high qubits, one row of
+// 2^kMeasureRunBits amplitudes (whole cache lines and pages) per value of those qubits. A
+// tile of rows holds up to 2^(tileBits + 1) amplitudes, so up to tileBits + 1 -
+// kMeasureRunBits high qubits (ten with the default tiles: one layout of rows up to 26
+// qubits).
 constexpr int kMeasureRunBits = 7;
 // Amplitudes read by one piece of a measurement: 2^20 (16 MiB), a few milliseconds.
 constexpr int kMeasureSliceBits = 20;
@@ -1199,7 +1230,7 @@ struct Measurement::Impl {
   int qubits = 0;
   int tileBits = 0;
   struct Layout {
-    Tile tile;              // empty bits: the contiguous tiles of the low qubits, in place
+    Tile tile;              // empty bits: the contiguous tiles of the low qubits
     int width;              // tile bits
     int firstQubit, count;  // the qubits measured in it: the tile's top `count` bits
     u64 firstTask, tasks;
@@ -1209,7 +1240,7 @@ struct Measurement::Impl {
   std::vector<u64> pieceStart;  // first task of each piece, then the number of tasks
   std::size_t stride = 0, pieces = 1;
   // Each task's sums: 3 per measured qubit, then (contiguous tiles) the tile's norm. The
-  // gathered tiles leave s0 at zero: Result takes it from the contiguous tiles' norms.
+  // tiles of rows leave s0 at zero: Result takes it from the contiguous tiles' norms.
   std::vector<double> partial;
 };
 
@@ -1236,12 +1267,15 @@ Measurement::Measurement(int qubits, int tileBits) : impl_(std::make_unique<Impl
   const int perLayout = tileBits + 1 - run;
   for (int b = tileBits; b < n; b += perLayout) {
     const int count = std::min(perLayout, n - b);
+    // One or two qubits take one pass over their tile, so its rows can be as long as the
+    // tile allows: fewer, larger tasks.
+    const int rowBits = count <= 2 ? tileBits + 1 - count : run;
     std::vector<int> bits;
-    for (int k = 0; k < run; ++k) bits.push_back(k);
+    for (int k = 0; k < rowBits; ++k) bits.push_back(k);
     for (int k = 0; k < count; ++k) bits.push_back(b + k);
     const Impl::Layout& last = m.layouts.back();
-    m.layouts.push_back({MakeTile(n, bits), run + count, b, count, last.firstTask + last.tasks,
-                         u64{1} << (n - run - count)});
+    m.layouts.push_back({MakeTile(n, bits), rowBits + count, b, count,
+                         last.firstTask + last.tasks, u64{1} << (n - rowBits - count)});
   }
   m.tasks = m.layouts.back().firstTask + m.layouts.back().tasks;
   m.stride = 3 * static_cast<std::size_t>(std::max(tileBits, perLayout)) + 1;
@@ -1286,11 +1320,11 @@ void Measurement::MeasurePiece(const For& policy, const StateVector& psi, std::s
       out[3 * m.tileBits] = BlockBloch(psi.Re() + t * size, psi.Im() + t * size, m.tileBits, out);
       return;
     }
-    StateVector& buf = ThreadBuffer(layout.width);
-    Gather(layout.tile, TileBase(layout.tile, t), psi.Re(), psi.Im(), buf.Re(),
-           buf.Im());
-    BlockPairPasses(buf.Re(), buf.Im(), size, layout.width - layout.count,
-                    layout.width, out);
+    // The tile's rows (one per value of its high qubits) are read where they lie.
+    const u64 base = TileBase(layout.tile, t);
+    const int run = layout.width - layout.count;
+    BlockPairPasses(psi.Re() + base, psi.Im() + base, size, run, layout.width, out,
+                    u64{1} << run, layout.firstQubit);
   });
 }
 

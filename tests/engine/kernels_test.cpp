@@ -160,9 +160,11 @@ std::vector<Bloch> SerialBloch(const std::vector<Amp>& v, int n) {
 TYPED_TEST(KernelPolicy, MeasureMatchesTheSerialSums) {
   const TypeParam policy = MakePolicy<TypeParam>();
   // One tile, and registers of two to four tile layouts (the last group of high qubits
-  // partly filled), and the default tiles of a register split over the threads.
-  for (auto [n, tile] : {std::pair{1, 14}, {2, 14}, {3, 14}, {9, 14}, {10, 4}, {13, 5},
-                         {13, 6}, {17, kTileBits}, {19, kMeasureTileBits}}) {
+  // partly filled, down to one or two qubits in long rows; rows of two, four and eight
+  // amplitudes), and the default tiles of a register split over the threads.
+  for (auto [n, tile] : {std::pair{1, 14}, {2, 14}, {3, 14}, {8, 3}, {9, 14}, {10, 4}, {11, 4},
+                         {13, 5}, {13, 6}, {16, kMeasureTileBits}, {17, kTileBits},
+                         {19, kMeasureTileBits}}) {
     const auto psi0 = RandomAmps(n, 3 + n);
     StateVector s;
     ASSERT_TRUE(s.Allocate(n));
@@ -182,7 +184,7 @@ TYPED_TEST(KernelPolicy, MeasureMatchesTheSerialSums) {
 
 // 20 qubits: every kernel cuts its work into at least eight tasks (the literal sweeps take
 // 2^14 amplitudes a task, the tiled sweeps at least eight tiles of 2^14 a piece, a 3-qubit
-// group 2^14 rows a task, the measurement tiles of 2^16 and gathered tiles of 2^11).
+// group 2^14 rows a task, the measurement tiles of 2^16 and tiles of rows of 2^11).
 constexpr int kSplitQubits = 20;
 
 bool SameBits(const StateVector& a, const StateVector& b) {
