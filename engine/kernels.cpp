@@ -1216,12 +1216,15 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops, i
 
 namespace {
 // The measurement reads a register larger than one tile in two layouts, both in place:
-// contiguous tiles of the low qubits, and tiles of rows for the high qubits, one row of
-// 2^kMeasureRunBits amplitudes (whole cache lines and pages) per value of those qubits. A
-// tile of rows holds up to 2^(tileBits + 1) amplitudes, so up to tileBits + 1 -
-// kMeasureRunBits high qubits (ten with the default tiles: one layout of rows up to 26
+// contiguous tiles of the low qubits, and tiles of rows for the high qubits, one row per
+// value of those qubits, each of at least 2^kMeasureRunBits amplitudes (whole cache lines
+// and pages). A tile of rows holds up to 2^(tileBits + 1) amplitudes, so up to tileBits + 1
+// - kMeasureRunBits high qubits (ten with the default tiles: one layout of rows up to 26
 // qubits).
 constexpr int kMeasureRunBits = 7;
+// Rows are made longer while their tile stays within 2^kMeasureRowTileBits amplitudes
+// (512 KiB, a quarter of a core's outer cache), where the passes after the first find it.
+constexpr int kMeasureRowTileBits = 15;
 // Amplitudes read by one piece of a measurement: 2^20 (16 MiB), a few milliseconds.
 constexpr int kMeasureSliceBits = 20;
 } // namespace
@@ -1268,8 +1271,11 @@ Measurement::Measurement(int qubits, int tileBits) : impl_(std::make_unique<Impl
   for (int b = tileBits; b < n; b += perLayout) {
     const int count = std::min(perLayout, n - b);
     // One or two qubits take one pass over their tile, so its rows can be as long as the
-    // tile allows: fewer, larger tasks.
-    const int rowBits = count <= 2 ? tileBits + 1 - count : run;
+    // tile allows: fewer, larger tasks. More qubits take passes after the first from the
+    // core's cache: rows as long as keep the tile within 2^kMeasureRowTileBits.
+    const int longest = tileBits + 1 - count;
+    const int rowBits =
+        count <= 2 ? longest : std::min(longest, std::max(run, kMeasureRowTileBits - count));
     std::vector<int> bits;
     for (int k = 0; k < rowBits; ++k) bits.push_back(k);
     for (int k = 0; k < count; ++k) bits.push_back(b + k);
