@@ -1215,16 +1215,19 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops, i
 }
 
 namespace {
-// The measurement reads a register larger than one tile in two layouts, both in place:
-// contiguous tiles of the low qubits, and tiles of rows for the high qubits, one row per
-// value of those qubits, each of at least 2^kMeasureRunBits amplitudes (whole cache lines
-// and pages). A tile of rows holds up to 2^(tileBits + 1) amplitudes, so up to tileBits + 1
-// - kMeasureRunBits high qubits (ten with the default tiles: one layout of rows up to 26
-// qubits).
+// The measurement reads a register larger than one tile in two layouts: contiguous tiles of
+// the low qubits, in place, and tiles of rows for the high qubits, one row per value of those
+// qubits, each of at least 2^kMeasureRunBits amplitudes (whole cache lines and pages). A tile
+// of rows holds up to 2^(tileBits + 1) amplitudes, so up to tileBits + 1 - kMeasureRunBits
+// high qubits (ten with the default tiles: one layout of rows up to 26 qubits).
 constexpr int kMeasureRunBits = 7;
 // Rows are made longer while their tile stays within 2^kMeasureRowTileBits amplitudes
 // (512 KiB, a quarter of a core's outer cache), where the passes after the first find it.
 constexpr int kMeasureRowTileBits = 15;
+// Rows of a tile lie a power of two apart, so their lines fall into the same few sets of a
+// cache: up to 2^kMeasureInPlaceBits rows are read in place, a tile of more rows is gathered
+// into a buffer first.
+constexpr int kMeasureInPlaceBits = 6;
 // Amplitudes read by one piece of a measurement: 2^20 (16 MiB), a few milliseconds.
 constexpr int kMeasureSliceBits = 20;
 } // namespace
@@ -1326,9 +1329,16 @@ void Measurement::MeasurePiece(const For& policy, const StateVector& psi, std::s
       out[3 * m.tileBits] = BlockBloch(psi.Re() + t * size, psi.Im() + t * size, m.tileBits, out);
       return;
     }
-    // The tile's rows (one per value of its high qubits) are read where they lie.
+    // The tile's rows (one per value of its high qubits) are read where they lie, unless
+    // there are so many that they crowd the cache (see kMeasureInPlaceBits).
     const u64 base = TileBase(layout.tile, t);
     const int run = layout.width - layout.count;
+    if (layout.count > kMeasureInPlaceBits) {
+      StateVector& buf = ThreadBuffer(layout.width);
+      Gather(layout.tile, base, psi.Re(), psi.Im(), buf.Re(), buf.Im());
+      BlockPairPasses(buf.Re(), buf.Im(), size, run, layout.width, out);
+      return;
+    }
     BlockPairPasses(psi.Re() + base, psi.Im() + base, size, run, layout.width, out,
                     u64{1} << run, layout.firstQubit);
   });

@@ -46,8 +46,9 @@ void ApplyOps(const For& policy, StateVector& psi, const std::vector<Op>& ops,
 // sums its own tile with independent partial sums, and the tasks' sums are added in task
 // order, so the result has the same bits whatever the number of threads. A register larger
 // than one tile is read twice (up to 26 qubits): in place as contiguous tiles for the low
-// qubits, and as tiles of rows, one row per value of the high qubits (a pair of amplitudes
-// that differ in a high qubit lies in no contiguous tile).
+// qubits, and as tiles of rows, one row per value of the high qubits, read in place or, when
+// there are many rows, gathered (a pair of amplitudes that differ in a high qubit lies in no
+// contiguous tile).
 template <class For>
 Expectations Measure(const For& policy, const StateVector& psi, int tileBits = kMeasureTileBits);
 

@@ -161,9 +161,10 @@ TYPED_TEST(KernelPolicy, MeasureMatchesTheSerialSums) {
   const TypeParam policy = MakePolicy<TypeParam>();
   // One tile, and registers of two to four tile layouts (the last group of high qubits
   // partly filled, down to one or two qubits in long rows; rows of two, four and eight
-  // amplitudes), and the default tiles of a register split over the threads.
+  // amplitudes; seven high qubits, gathered), and the default tiles of a register split over
+  // the threads.
   for (auto [n, tile] : {std::pair{1, 14}, {2, 14}, {3, 14}, {8, 3}, {9, 14}, {10, 4}, {11, 4},
-                         {13, 5}, {13, 6}, {16, kMeasureTileBits}, {17, kTileBits},
+                         {13, 5}, {13, 6}, {16, kMeasureTileBits}, {19, 12},
                          {19, kMeasureTileBits}}) {
     const auto psi0 = RandomAmps(n, 3 + n);
     StateVector s;
