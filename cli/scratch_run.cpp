@@ -145,15 +145,17 @@ bool CopySetInto(const std::string& home, const std::string& setDir, const std::
   return true;
 }
 
-ScratchSet::ScratchSet(const std::string& home, const std::string& setDir) {
-  std::string pattern = (fs::temp_directory_path() / "orvex-scratch-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) {
+ScratchSet::ScratchSet(const std::string& home, const std::string& setDir,
+                       const std::string& under) {
+  std::error_code ec;
+  const fs::path parent = under.empty() ? fs::temp_directory_path(ec) : fs::path(under);
+  std::string pattern = (parent / "orvex-scratch-XXXXXX").string();
+  if (ec || !mkdtemp(pattern.data())) {
     error_ = "cannot create a scratch directory";
     return;
   }
   dir_ = pattern + "/";
   if (!CopySetInto(home, setDir, dir_, error_)) {
-    std::error_code ec;
     fs::remove_all(dir_, ec);
     dir_.clear();
   }

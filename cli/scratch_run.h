@@ -48,7 +48,9 @@ bool CopySetInto(const std::string& home, const std::string& setDir, const std::
 // with the object.
 class ScratchSet {
 public:
-  ScratchSet(const std::string& home, const std::string& setDir);
+  // The copy goes into a new directory under `under` (ending in "/"), or under the system's
+  // temporary directory when it is empty.
+  ScratchSet(const std::string& home, const std::string& setDir, const std::string& under = "");
   ~ScratchSet();
   ScratchSet(const ScratchSet&) = delete;
   ScratchSet& operator=(const ScratchSet&) = delete;

@@ -14,7 +14,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
+
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -148,16 +152,51 @@ std::string PointName(std::size_t index, std::size_t count) {
          std::to_string(index + 1);
 }
 
-// The direct sweep: the points in child processes, the CSV on stdout.
+// The signal that asked a direct sweep to stop, or 0.
+volatile std::sig_atomic_t stopSignal = 0;
+extern "C" void AskToStop(int signal) { stopSignal = signal; }
+
+// While a direct sweep runs, an interrupt, hang-up or termination (unless ignored already)
+// only asks it to stop, so that it can end its points and take its scratch directory away;
+// the points' processes get the former actions back.
+class StopSignals {
+public:
+  StopSignals() {
+    struct sigaction ask {};
+    ask.sa_handler = AskToStop;  // no SA_RESTART: a waiting wait() returns at once
+    sigemptyset(&ask.sa_mask);
+    for (std::size_t k = 0; k < kSignals.size(); ++k) {
+      sigaction(kSignals[k], nullptr, &saved_[k]);
+      if (saved_[k].sa_handler != SIG_IGN) sigaction(kSignals[k], &ask, nullptr);  // kept ignored
+    }
+  }
+  ~StopSignals() { Restore(); }
+  void Restore() const {
+    for (std::size_t k = 0; k < kSignals.size(); ++k) sigaction(kSignals[k], &saved_[k], nullptr);
+  }
+
+private:
+  static constexpr std::array<int, 3> kSignals = {SIGINT, SIGHUP, SIGTERM};
+  std::array<struct sigaction, 3> saved_{};
+};
+
+// The direct sweep: the points in child processes, the CSV on stdout. Each point works in a
+// copy of the set inside the sweep's own scratch directory, which goes away as a whole however
+// the sweep ends: with its table, with an error, or stopped by a signal (the points still
+// running are ended first, and the process then ends by that signal).
 int RunDirect(const Job& job, const std::vector<std::vector<double>>& points, long jobs,
               bool progress) {
-  std::string pattern = (fs::temp_directory_path() / "orvex-sweep-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) return Fail("cannot create a scratch directory");
+  std::error_code tempError;
+  const fs::path temp = fs::temp_directory_path(tempError);
+  std::string pattern = (temp / "orvex-sweep-XXXXXX").string();
+  if (tempError || !mkdtemp(pattern.data())) return Fail("cannot create a scratch directory");
   const std::string results = pattern + "/";
   auto cleanup = [&] {
     std::error_code ec;
     fs::remove_all(results, ec);
   };
+  stopSignal = 0;
+  const StopSignals signals;
   std::fflush(stdout);
   std::fflush(stderr);
   std::map<pid_t, std::size_t> running;
@@ -166,7 +205,7 @@ int RunDirect(const Job& job, const std::vector<std::vector<double>>& points, lo
   auto reap = [&] {
     int status = 0;
     const pid_t pid = wait(&status);
-    if (pid <= 0) return;
+    if (pid <= 0) return;  // a signal (see StopSignals)
     const auto it = running.find(pid);
     if (it == running.end()) return;
     if ((!WIFEXITED(status) || WEXITSTATUS(status) != 0) && failure.empty()) {
@@ -184,15 +223,16 @@ int RunDirect(const Job& job, const std::vector<std::vector<double>>& points, lo
     }
     running.erase(it);
   };
-  while (next < points.size() || !running.empty()) {
+  while (!stopSignal && (next < points.size() || !running.empty())) {
     if (next < points.size() && failure.empty() && running.size() < static_cast<std::size_t>(jobs)) {
       const std::size_t index = next++;
       const pid_t pid = fork();
       if (pid == 0) {
+        signals.Restore();
         std::string rows, why;
         bool ok = false;
         {
-          ScratchSet scratch(job.home, job.setDir);
+          ScratchSet scratch(job.home, job.setDir, results);
           if (!scratch.Ok()) why = scratch.Error();
           else ok = EditPoint(job, points[index], scratch.Dir(), why) &&
                     RunPoint(scratch.Dir(), points[index], job.order, rows, why);
@@ -213,6 +253,21 @@ int RunDirect(const Job& job, const std::vector<std::vector<double>>& points, lo
     }
     if (running.empty()) break;
     reap();
+  }
+  if (stopSignal) {
+    for (const auto& [pid, index] : running) kill(pid, SIGTERM);
+    while (!running.empty()) {
+      int status = 0;
+      const pid_t pid = waitpid(-1, &status, 0);
+      if (pid > 0) running.erase(pid);
+      else if (errno != EINTR) break;
+    }
+    cleanup();
+    std::fputs("orvex-cli sweep: stopped by a signal; nothing was written\n", stderr);
+    std::fflush(stderr);
+    signals.Restore();
+    std::raise(stopSignal);
+    return 128 + stopSignal;  // the signal's action was to ignore it
   }
   if (!failure.empty()) {
     cleanup();

@@ -97,8 +97,6 @@ protected:
   TempDir dir;
   std::string home;
   MicroInstruction rabi;
-
-private:
   std::string cli_;
 };
 
@@ -161,6 +159,27 @@ TEST_F(CliSweepTest, OutputDoesNotDependOnJobsAndTheSetIsOnlyRead) {
     EXPECT_NE(r.err.find("orvex-cli sweep: "), std::string::npos) << bad << r.err;
   }
   EXPECT_EQ(Snapshot(home), before);
+}
+
+TEST_F(CliSweepTest, ASweepStoppedBySignalLeavesNoScratchBehind) {
+  // A long sweep in the background with its own temporary directory, terminated once a
+  // point has finished (the others still running or waiting).
+  const std::string tmp = dir.path() + "tmp/", out = dir.path() + "out.txt",
+                    err = dir.path() + "err.txt";
+  fs::create_directories(tmp);
+  const std::string script =
+      "TMPDIR='" + tmp + "' '" + cli_ + "' sweep '" + home +
+      "progs/rabi.kvp' --set ideal3 --home '" + home +
+      "' --vary Rabi:Hx0@1=0.5:1.5:20000 --jobs 2 --progress >'" + out + "' 2>'" + err +
+      "' & pid=$!; i=0; while ! grep -q point '" + err + "' && [ $i -lt 600 ]; do sleep 0.05; " +
+      "i=$((i+1)); done; kill -TERM $pid; wait $pid; echo $? >'" + dir.path() + "status'";
+  ASSERT_EQ(std::system(script.c_str()), 0);
+  EXPECT_EQ(dir.read("status"), "143\n");  // ended by the signal
+  EXPECT_EQ(dir.read("out.txt"), "");
+  EXPECT_NE(dir.read("err.txt").find("stopped by a signal; nothing was written"), std::string::npos)
+      << dir.read("err.txt");
+  EXPECT_TRUE(fs::is_empty(tmp)) << "left in the temporary directory: "
+                                 << fs::directory_iterator(tmp)->path();
 }
 
 // A program that also calls a program of the home through a ".MP" redirect, so a point
