@@ -142,33 +142,47 @@ ORVEX_KERNEL void InVectorPass(double* __restrict re, double* __restrict im, u64
   }
 }
 
+// Index j with a zero inserted at each of two bits (masks m1 and m2 of the bits below each,
+// m2 = ~0 for only one): the kernels on two bits take their positions in one flat loop, so
+// that short runs cost no loop of their own.
+__attribute__((always_inline)) inline u64 Spread(u64 j, u64 m1, u64 m2) {
+  const u64 k = ((j & ~m1) << 1) | (j & m1);
+  return ((k & ~m2) << 1) | (k & m2);
+}
+
+// The partner vectors x at dx and y at dy, lane k of x meeting lane k ^ kMask of y, updated
+// in place by their rows cx and cy (see Mix).
+template <int kMask, class C>
+__attribute__((always_inline)) inline void MixPartners(double* __restrict re,
+                                                       double* __restrict im, u64 dx, u64 dy,
+                                                       const C& cx, const C& cy) {
+  V8 xr, xi, yr, yi;
+  LoadV(xr, re + dx);
+  LoadV(xi, im + dx);
+  LoadV(yr, re + dy);
+  LoadV(yi, im + dy);
+  V8 sxr, sxi, syr, syi;
+  XorLanes<kMask>(xr, sxr);
+  XorLanes<kMask>(xi, sxi);
+  XorLanes<kMask>(yr, syr);
+  XorLanes<kMask>(yi, syi);
+  Mix(xr, xi, syr, syi, cx);
+  Mix(yr, yi, sxr, sxi, cy);
+  StoreV(re + dx, xr);
+  StoreV(im + dx, xi);
+  StoreV(re + dy, yr);
+  StoreV(im + dy, yi);
+}
+
 // Partners in two vectors: x at position k and y at k + dy - dx, lane k of x meeting lane
-// k ^ kMask of y. The positions run through every index with zeros inserted at two bits
-// (masks m1 and m2 of the bits below each, m2 = ~0 for only one), in one flat loop, so that
-// short runs cost no loop of their own.
+// k ^ kMask of y, the positions those of Spread.
 template <int kMask>
 ORVEX_KERNEL void CrossPass(double* __restrict re, double* __restrict im, u64 positions, u64 m1,
                             u64 m2, u64 dx, u64 dy, const double* mx, const double* my) {
   const MixV cx(mx), cy(my);
   for (u64 j = 0; j < positions; j += 8) {
-    u64 k = ((j & ~m1) << 1) | (j & m1);
-    k = ((k & ~m2) << 1) | (k & m2);
-    V8 xr, xi, yr, yi;
-    LoadV(xr, re + k + dx);
-    LoadV(xi, im + k + dx);
-    LoadV(yr, re + k + dy);
-    LoadV(yi, im + k + dy);
-    V8 sxr, sxi, syr, syi;
-    XorLanes<kMask>(xr, sxr);
-    XorLanes<kMask>(xi, sxi);
-    XorLanes<kMask>(yr, syr);
-    XorLanes<kMask>(yi, syi);
-    Mix(xr, xi, syr, syi, cx);
-    Mix(yr, yi, sxr, sxi, cy);
-    StoreV(re + k + dx, xr);
-    StoreV(im + k + dx, xi);
-    StoreV(re + k + dy, yr);
-    StoreV(im + k + dy, yi);
+    const u64 k = Spread(j, m1, m2);
+    MixPartners<kMask>(re + k, im + k, dx, dy, cx, cy);
   }
 }
 
@@ -193,8 +207,7 @@ ORVEX_KERNEL void QuadPass(double* __restrict re, double* __restrict im, u64 pos
   std::memcpy(q, matrix, sizeof q);
   const u64 off[4] = {0, sl, sh, sl | sh};
   for (u64 j = 0; j < positions; j += 8) {
-    u64 k = ((j & ~m1) << 1) | (j & m1);
-    k = ((k & ~m2) << 1) | (k & m2);
+    const u64 k = Spread(j, m1, m2);
     V8 vr[4], vi[4], outR[4], outI[4];
     for (int c = 0; c < 4; ++c) {
       LoadV(vr[c], re + k + off[c]);
@@ -233,28 +246,17 @@ ORVEX_KERNEL void RealPairPass(double* __restrict re, double* __restrict im, u64
     double dr, di, or_, oi;
   } odd = {k6[2], k6[3], k6[4], k6[5]};
   for (u64 j = 0; j < positions; j += 8) {
-    u64 k = ((j & ~m1) << 1) | (j & m1);
-    k = ((k & ~m2) << 1) | (k & m2);
-    V8 xr, xi, yr, yi, ur, ui, vr, vi;  // |00>, |11>, |01> (bit lo), |10>
+    const u64 k = Spread(j, m1, m2);
+    V8 xr, xi, yr, yi;  // |00>, |11>
     LoadV(xr, re + k);
     LoadV(xi, im + k);
     LoadV(yr, re + k + (sl | sh));
     LoadV(yi, im + k + (sl | sh));
-    LoadV(ur, re + k + sl);
-    LoadV(ui, im + k + sl);
-    LoadV(vr, re + k + sh);
-    LoadV(vi, im + k + sh);
     StoreV(re + k, c * xr - s * yi);
     StoreV(im + k, c * xi + s * yr);
     StoreV(re + k + (sl | sh), c * yr - s * xi);
     StoreV(im + k + (sl | sh), c * yi + s * xr);
-    const V8 ur0 = ur, ui0 = ui;
-    Mix(ur, ui, vr, vi, odd);
-    Mix(vr, vi, ur0, ui0, odd);
-    StoreV(re + k + sl, ur);
-    StoreV(im + k + sl, ui);
-    StoreV(re + k + sh, vr);
-    StoreV(im + k + sh, vi);
+    MixPartners<0>(re + k, im + k, sl, sh, odd, odd);  // |01> (bit lo), |10>
   }
 }
 
@@ -1332,15 +1334,15 @@ void Measurement::MeasurePiece(const For& policy, const StateVector& psi, std::s
     // The tile's rows (one per value of its high qubits) are read where they lie, unless
     // there are so many that they crowd the cache (see kMeasureInPlaceBits).
     const u64 base = TileBase(layout.tile, t);
-    const int run = layout.width - layout.count;
+    const int rowBits = layout.width - layout.count;
     if (layout.count > kMeasureInPlaceBits) {
       StateVector& buf = ThreadBuffer(layout.width);
       Gather(layout.tile, base, psi.Re(), psi.Im(), buf.Re(), buf.Im());
-      BlockPairPasses(buf.Re(), buf.Im(), size, run, layout.width, out);
+      BlockPairPasses(buf.Re(), buf.Im(), size, rowBits, layout.width, out);
       return;
     }
-    BlockPairPasses(psi.Re() + base, psi.Im() + base, size, run, layout.width, out,
-                    u64{1} << run, layout.firstQubit);
+    BlockPairPasses(psi.Re() + base, psi.Im() + base, size, rowBits, layout.width, out,
+                    u64{1} << rowBits, layout.firstQubit);
   });
 }
 
